@@ -1,0 +1,146 @@
+#include "app/log.h"
+
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+
+namespace qm {
+namespace {
+
+int g_threshold = 0;
+
+struct OutputSpec {
+  unsigned dump_width = 32;
+  unsigned mask = kLogContext | kLogTag | kLogLocation | kLogMessage;
+  void* arg = nullptr;
+  LogOutput output = writeLineToStderr;
+};
+OutputSpec g_output;
+
+void beginLine(LogLine& line) {
+  line.start = line.buffer;
+  line.end = line.buffer + LogLine::kContentLimit;
+  line.pos = line.start;
+}
+
+void putChar(LogLine& line, char c) {
+  if (line.pos < line.end) *line.pos++ = c;
+}
+
+// Writes a number right-aligned in `width` columns; wider numbers are not cut.
+// Digits are produced right to left in a scratch area, a minus sign in front.
+void putNumber(LogLine& line, long long value, int width, char pad) {
+  char scratch[24];
+  char* p = scratch + sizeof scratch;
+  unsigned long long magnitude = value < 0 ? 0ULL - static_cast<unsigned long long>(value)
+                                           : static_cast<unsigned long long>(value);
+  do {
+    *--p = static_cast<char>('0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude != 0);
+  if (value < 0) *--p = '-';
+  int digits = static_cast<int>(scratch + sizeof scratch - p);
+  for (int i = digits; i < width; ++i) putChar(line, pad);
+  while (p < scratch + sizeof scratch) putChar(line, *p++);
+}
+
+void putContext(LogLine& line, int level) {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  std::tm local{};
+  time_t seconds = now.tv_sec;
+  localtime_r(&seconds, &local);
+  // The year is known but deliberately not printed.
+  putNumber(line, local.tm_mon + 1, 2, '0');
+  putChar(line, '-');
+  putNumber(line, local.tm_mday, 2, '0');
+  putChar(line, ' ');
+  putNumber(line, local.tm_hour, 2, '0');
+  putChar(line, ':');
+  putNumber(line, local.tm_min, 2, '0');
+  putChar(line, ':');
+  putNumber(line, local.tm_sec, 2, '0');
+  putChar(line, '.');
+  putNumber(line, now.tv_usec / 1000, 3, '0');
+  putChar(line, ' ');
+  putNumber(line, getpid(), 5, ' ');
+  putChar(line, ' ');
+  putNumber(line, static_cast<long long>(syscall(SYS_gettid)), 5, ' ');
+  putChar(line, ' ');
+  putChar(line, logLevelLetter(level));
+  putChar(line, ' ');
+}
+
+void putMessage(LogLine& line, const char* format, va_list args) {
+  std::size_t room = static_cast<std::size_t>(line.end - line.pos);
+  // One more byte for vsnprintf's terminator, which the newline later replaces.
+  int written = std::vsnprintf(line.pos, room + 1, format, args);
+  if (written < 0) return;
+  line.pos += static_cast<std::size_t>(written) < room ? static_cast<std::size_t>(written) : room;
+}
+
+}  // namespace
+
+int logThreshold() { return g_threshold; }
+void setLogThreshold(int threshold) { g_threshold = threshold; }
+
+void setLogOutput(unsigned mask, void* arg, LogOutput output) {
+  g_output.mask = mask;
+  g_output.arg = arg;
+  g_output.output = output ? output : writeLineToStderr;
+}
+
+void writeLineToStderr(void*, LogLine& line) {
+  *line.pos = '\n';
+  ssize_t ignored = ::write(2, line.start, static_cast<std::size_t>(line.pos - line.start) + 1);
+  (void)ignored;
+}
+
+char logLevelLetter(int level) {
+  static const char kLetters[] = "VDIWEF";
+  return level >= 1 && level <= 6 ? kLetters[level - 1] : '?';
+}
+
+void logWrite(int level, const char* tag, const char* format, ...) {
+  LogLine line;
+  beginLine(line);
+  if (g_output.mask & kLogContext) putContext(line, level);
+  if ((g_output.mask & kLogTag) && tag) {
+    for (const char* t = tag; *t; ++t) putChar(line, *t);
+    putChar(line, ' ');
+  }
+  if (g_output.mask & kLogMessage) {
+    va_list args;
+    va_start(args, format);
+    putMessage(line, format, args);
+    va_end(args);
+  }
+  g_output.output(g_output.arg, line);
+}
+
+void logDump(int level, const void* data, std::size_t size) {
+  static const char kHex[] = "0123456789abcdef";
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  for (std::size_t at = 0; at < size; at += g_output.dump_width) {
+    LogLine line;
+    beginLine(line);
+    if (g_output.mask & kLogContext) putContext(line, level);
+    std::size_t n = size - at < g_output.dump_width ? size - at : g_output.dump_width;
+    for (std::size_t i = 0; i < n; ++i) {
+      putChar(line, kHex[bytes[at + i] >> 4]);
+      putChar(line, kHex[bytes[at + i] & 15]);
+      putChar(line, ' ');
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+      unsigned char c = bytes[at + i];
+      putChar(line, c >= 32 && c < 127 ? static_cast<char>(c) : '?');
+    }
+    g_output.output(g_output.arg, line);
+  }
+}
+
+}  // namespace qm

@@ -1,0 +1,42 @@
+#pragma once
+// The byte-stream interface every layer implements: files, memory buffers, slices of another
+// stream, decoders and container layers stack on one another through it.
+//
+// Results are values, never exceptions: counts, -1 when refused, -2 when the stream does not
+// have the operation. Positions and sizes are 64-bit.
+#include <cstddef>
+#include <cstdint>
+
+namespace qm {
+
+enum SeekOrigin : int { kSeekSet = 0, kSeekCur = 1, kSeekEnd = 2 };
+
+inline constexpr std::int64_t kStreamRefused = -1;
+inline constexpr std::int64_t kStreamMissingOp = -2;
+
+class Stream {
+ public:
+  virtual ~Stream() = default;
+  virtual std::int64_t read(void* buffer, std::size_t count);
+  virtual std::int64_t write(const void* buffer, std::size_t count);
+  virtual std::int64_t tell();
+  virtual std::int64_t seek(std::int64_t offset, int origin);
+  // Releases what the stream holds (and the layers it owns); 0 on success.
+  virtual int close();
+};
+
+// Generic operations; each tolerates a null stream.
+std::int64_t streamRead(Stream* stream, void* buffer, std::size_t count);
+std::int64_t streamWrite(Stream* stream, const void* buffer, std::size_t count);
+std::int64_t streamTell(Stream* stream);
+std::int64_t streamSeek(Stream* stream, std::int64_t offset, int origin);
+int streamClose(Stream* stream);
+// Size by seeking to the end and back; the position is left where it was. -1 for null.
+std::int64_t streamSize(Stream* stream);
+bool getPosition(Stream* stream, std::int64_t* position);
+// True only when the stream reports exactly the position asked for.
+bool setPosition(Stream* stream, std::int64_t position);
+// Copies in 4096-byte pieces until a read gives 0 or less; write results are not checked.
+void copyAll(Stream* source, Stream* target);
+
+}  // namespace qm
