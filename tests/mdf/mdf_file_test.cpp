@@ -1,0 +1,258 @@
+#include "mdf/mdf_file.h"
+
+#include <gtest/gtest.h>
+
+#include "mdf/channel_group_block.h"
+#include "mdf/data_group_block.h"
+#include "mdf/header_block.h"
+#include "mdf/id_block.h"
+#include "mdf/load_hooks.h"
+#include "mdf/save_context.h"
+#include "tests/mdf/mdf_test_util.h"
+#include "tests/support/log_capture.h"
+
+namespace qm::test {
+namespace {
+
+using B = MdfBuilder;
+
+// One data group with one channel group, one named channel and a data block.
+B::Handle simpleDataGroup(B& b, std::string_view name, std::string_view payload) {
+  auto cn = b.channel({.name = b.text(name), .bit_count = 8});
+  auto cg = b.channelGroup({.first_channel = cn, .data_bytes = 1});
+  return b.dataGroup({.first_channel_group = cg, .data = b.data(payload)});
+}
+
+TEST(MdfFileSave, PlacesBlocksDepthFirstAndReversesChains) {
+  B b;
+  auto a = simpleDataGroup(b, "a", "1");
+  auto bb = simpleDataGroup(b, "b", "22");
+  auto c = simpleDataGroup(b, "c", "333");
+  b.chain({a, bb, c});
+  auto fh1 = b.fileHistory({.comment = b.metadata("<FHcomment/>"), .time = 1});
+  auto fh2 = b.fileHistory({.time = 2});
+  b.chain({fh1, fh2});
+  b.header({.first_data_group = a, .first_file_history = fh1, .comment = b.text("hd")});
+  auto opened = openBytes(b.bytes());
+  ASSERT_TRUE(opened.file);
+  std::string out = saveToBytes(*opened.file);
+  ASSERT_FALSE(out.empty());
+
+  // A, the first of the list, is placed right behind the header; its children follow it.
+  const std::uint64_t pos_a = 168;
+  EXPECT_EQ(out.substr(pos_a, 4), "##DG");
+  std::uint64_t cg_a = linkAt(out, pos_a, 1);
+  EXPECT_EQ(cg_a, pos_a + 64);
+  std::uint64_t cn_a = linkAt(out, cg_a, 1);
+  EXPECT_EQ(cn_a, cg_a + 104);
+  std::uint64_t tx_a = linkAt(out, cn_a, 2);
+  EXPECT_EQ(tx_a, cn_a + 160);
+  EXPECT_EQ(readU64At(out, tx_a + 8), 26u);  // "a" and its terminator
+  EXPECT_EQ(linkAt(out, pos_a, 2), tx_a + 32);  // rounded up behind the 26-byte text
+  EXPECT_EQ(readU64At(out, linkAt(out, pos_a, 2) + 8), 25u);
+
+  // The chain runs from the last list member back to the first.
+  std::uint64_t pos_c = linkAt(out, 64, 0);
+  std::uint64_t pos_b = linkAt(out, pos_c, 0);
+  EXPECT_EQ(linkAt(out, pos_b, 0), pos_a);
+  EXPECT_EQ(linkAt(out, pos_a, 0), 0u);
+  EXPECT_LT(pos_a, pos_b);
+  EXPECT_LT(pos_b, pos_c);
+  std::uint64_t first_fh = linkAt(out, 64, 1);
+  EXPECT_EQ(readU64At(out, first_fh + 40), 2u);
+  EXPECT_EQ(readU64At(out, linkAt(out, first_fh, 0) + 40), 1u);
+  EXPECT_EQ(linkAt(out, linkAt(out, first_fh, 0), 0), 0u);
+  EXPECT_GT(linkAt(out, 64, 5), first_fh);  // the comment comes after both lists
+}
+
+TEST(MdfFileSave, FileIdFollowsTheFlags) {
+  struct Case {
+    const char* file_id;
+    std::uint16_t standard, custom;
+    const char* written;
+  };
+  for (const Case& c : {Case{"UnFinMF ", 0, 0, "MDF     "}, Case{"MDF     ", 0, 1, "UnFinMF "},
+                        Case{"UnFinMF ", 4, 0, "UnFinMF "}, Case{"MDF     ", 0, 0, "MDF     "}}) {
+    B b;
+    b.id({.file_id = c.file_id, .standard_flags = c.standard, .custom_flags = c.custom});
+    b.header({});
+    auto opened = openBytes(b.bytes());
+    ASSERT_TRUE(opened.file) << c.file_id;
+    std::string out = saveToBytes(*opened.file);
+    EXPECT_EQ(out.substr(0, 24), std::string(c.written) + "4.10    qmtest  ") << c.file_id;
+    EXPECT_EQ(readU16At(out, 28), 410u);
+    EXPECT_EQ(readU16At(out, 60), c.standard);
+    EXPECT_EQ(readU16At(out, 62), c.custom);
+    // Header without data groups and file history: both links 0.
+    EXPECT_EQ(linkAt(out, 64, 0), 0u);
+    EXPECT_EQ(linkAt(out, 64, 1), 0u);
+  }
+}
+
+TEST(MdfFileSave, GapsAndReservedFieldsAreNeverWritten) {
+  B b;
+  auto dt = b.data("0123456789abc");  // 13 bytes: length 37
+  auto cg = b.channelGroup({.record_id = 7, .data_bytes = 13});
+  auto dg = b.dataGroup({.first_channel_group = cg, .data = dt, .comment = b.textBytes("hello")});
+  b.header({.first_data_group = dg});
+  auto opened = openBytes(b.bytes());
+  ASSERT_TRUE(opened.file);
+  std::string out = saveToBytes(*opened.file, std::string(1024, '\xff'));
+
+  EXPECT_EQ(out.substr(24, 4), std::string(4, '\xff'));  // reserved in the identification block
+  const std::size_t dg_pos = 168, cg_pos = 232, dt_pos = 336;
+  EXPECT_EQ(linkAt(out, dg_pos, 2), dt_pos);
+  EXPECT_EQ(readU64At(out, dt_pos + 8), 37u);
+  EXPECT_EQ(out.substr(dt_pos + 37, 3), std::string(3, '\xff'));  // padding to 376
+  const std::size_t tx_pos = dt_pos + 40;
+  EXPECT_EQ(linkAt(out, dg_pos, 3), tx_pos);
+  EXPECT_EQ(readU64At(out, tx_pos + 8), 29u);
+  EXPECT_EQ(out.substr(tx_pos + 29, 3), std::string(3, '\xff'));
+  EXPECT_EQ(out.substr(cg_pos + 4, 4), std::string(4, '\0'));  // header reserved bytes are zeros
+  EXPECT_EQ(out.substr(cg_pos + 92, 4), std::string(4, '\xff'));  // skipped before data bytes
+  EXPECT_EQ(readU32At(out, cg_pos + 96), 13u);
+  EXPECT_EQ(out.substr(dg_pos + 57, 7), std::string(7, '\0'));  // the data group writes its zeros
+  EXPECT_EQ(out.substr(dt_pos + 24, 13), "0123456789abc");
+}
+
+TEST(MdfFileSave, BlockLinkedTwiceIsWrittenOnce) {
+  B b;
+  auto name = b.text("shared");
+  auto cn1 = b.channel({.name = name});
+  auto cn2 = b.channel({.name = name, .unit = name});
+  b.chain({cn1, cn2});
+  auto cg = b.channelGroup({.first_channel = cn1});
+  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg})});
+  auto opened = openBytes(b.bytes());
+  ASSERT_TRUE(opened.file);
+  std::string out = saveToBytes(*opened.file);
+  std::uint64_t first = linkAt(out, 232, 1);
+  std::uint64_t second = linkAt(out, first, 0);
+  EXPECT_EQ(linkAt(out, first, 2), linkAt(out, second, 2));
+  EXPECT_EQ(linkAt(out, first, 2), linkAt(out, first, 6));
+  EXPECT_EQ(out.find("##TX"), out.rfind("##TX"));
+}
+
+TEST(MdfFileSave, ChecksPlacementRules) {
+  B b;
+  auto long_channel = b.block("CN", std::vector<B::Handle>(8, B::kNone), std::string(80, '\0'));
+  b.setLength(long_channel, 168);  // a channel with 8 bytes more than its fields
+  b.place(long_channel, 1000);
+  auto cg = b.channelGroup({.first_channel = long_channel});
+  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg})});
+  std::string input = b.bytes();
+  input.resize(1168, '\0');
+  auto opened = openBytes(input);
+  ASSERT_TRUE(opened.file);
+  {
+    LogCapture log;
+    ASSERT_FALSE(saveToBytes(*opened.file).empty());
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"Error during save. Expected to be at 504 but stream is at 496"});
+  }
+  // The identification block only goes at 0; the header block only at 64.
+  ByteStream output;
+  SaveContext ctx{&output};
+  ctx.position = 8;
+  EXPECT_EQ(saveBlock(opened.file->id(), ctx, nullptr), 0);
+  ctx.position = 0;
+  auto* header = opened.file->header();
+  EXPECT_EQ(saveBlock(header, ctx, nullptr), 0);
+  EXPECT_TRUE(output.bytes.empty());
+}
+
+TEST(MdfFileOpen, RefusesUnknownFileIds) {
+  LogCapture log;
+  for (const char* id : {"MDF\0\0\0\0\0", "MDF4    ", "##HD    "}) {
+    B b;
+    b.id({.file_id = std::string(id, 8)});
+    b.header({});
+    EXPECT_FALSE(openBytes(b.bytes()).file) << id;
+  }
+  EXPECT_FALSE(MdfFile::open(nullptr));
+  EXPECT_FALSE(openBytes("MDF     ").file);  // no header block behind the id
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Unable to load block header for type MDF",
+                                                   "Unable to load block header for type MDF4    "}));
+}
+
+class CountingHooks : public LoadHooks {
+ public:
+  void dataGroupLoaded(DataGroupBlock& dg) override {
+    data_groups.push_back(dg.record_id_size);
+    channel_groups_seen += dg.channel_groups.size();
+  }
+  void channelGroupLoaded(ChannelGroupBlock& cg) override { channels_seen += cg.channels.size(); }
+  void fileOpened(MdfFile& file) override { opened_with_id = file.id() != nullptr; }
+
+  std::vector<int> data_groups;  // record id sizes, in hook order
+  std::size_t channel_groups_seen = 0;
+  std::size_t channels_seen = 0;
+  bool opened_with_id = false;
+};
+
+TEST(MdfFileOpen, HeaderRefusesHierarchyAttachmentAndEventAfterItsDataGroups) {
+  for (int link = 2; link <= 4; ++link) {
+    B b;
+    auto dg = simpleDataGroup(b, "x", "1");
+    auto hd = b.header({.first_data_group = dg});
+    b.setLink(hd, static_cast<std::size_t>(link), b.raw("##AT"));
+    LogCapture log;
+    CountingHooks hooks;
+    EXPECT_FALSE(openBytes(b.bytes(), &hooks).file);
+    EXPECT_EQ(hooks.data_groups.size(), 1u) << link;
+    EXPECT_FALSE(hooks.opened_with_id);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"Unsupported parameter present in file"});
+  }
+}
+
+TEST(MdfFileOpen, SampleReductionIsRefusedAfterTheChannels) {
+  for (bool bad_channel : {false, true}) {
+    B b;
+    auto cn = b.channel({.name = bad_channel ? b.raw(std::string("##XY\0\0\0\0", 8) + B::u64(24) + B::u64(0))
+                                             : b.text("ok")});
+    auto cg = b.channelGroup({.first_channel = cn, .sample_reduction = b.raw("##SR")});
+    b.header({.first_data_group = b.dataGroup({.first_channel_group = cg})});
+    LogCapture log;
+    EXPECT_FALSE(openBytes(b.bytes()).file);
+    std::string expected = bad_channel ? "Unable to load block header for type ##XY" : "Unsupported parameter present in file";
+    EXPECT_EQ(log.lines(), std::vector<std::string>{expected});
+  }
+}
+
+TEST(MdfFileOpen, DataListIsNotAKnownBlock) {
+  B b;
+  auto dl = b.block("DL", {}, std::string(16, '\0'));
+  b.header({.first_data_group = b.dataGroup({.data = dl})});
+  LogCapture log;
+  EXPECT_FALSE(openBytes(b.bytes()).file);
+  EXPECT_TRUE(log.contains("Unable to load block header for type ##DL"));
+}
+
+TEST(MdfFileOpen, HooksSeeLoadedChildren) {
+  B b;
+  auto cn1 = b.channel({});
+  auto cn2 = b.channel({});
+  b.chain({cn1, cn2});
+  auto cg1 = b.channelGroup({.first_channel = cn1, .record_id = 1});
+  auto cg2 = b.channelGroup({.record_id = 2});
+  b.chain({cg1, cg2});
+  auto dg1 = b.dataGroup({.first_channel_group = cg1, .record_id_size = 1});
+  auto dg2 = b.dataGroup({.record_id_size = 2});
+  auto dg3 = b.dataGroup({.record_id_size = 4});
+  b.chain({dg1, dg2, dg3});
+  b.header({.first_data_group = dg1});
+  CountingHooks hooks;
+  auto opened = openBytes(b.bytes(), &hooks);
+  ASSERT_TRUE(opened.file);
+  // Siblings finish from the end of the chain, as a recursive load would; the list keeps chain order.
+  EXPECT_EQ(hooks.data_groups, (std::vector<int>{4, 2, 1}));
+  EXPECT_EQ(hooks.channel_groups_seen, 2u);
+  EXPECT_EQ(hooks.channels_seen, 2u);
+  EXPECT_TRUE(hooks.opened_with_id);
+  BlockList* dgs = opened.file->dataGroups();
+  ASSERT_EQ(dgs->size(), 3u);
+  EXPECT_EQ(blockAs<DataGroupBlock>(dgs->at(0))->record_id_size, 1);
+  EXPECT_EQ(blockAs<DataGroupBlock>(dgs->at(2))->record_id_size, 4);
+}
+
+}  // namespace
+}  // namespace qm::test

@@ -1,0 +1,41 @@
+#pragma once
+// Collects the messages logged while it lives (message text only, no context or newline).
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/log.h"
+
+namespace qm::test {
+
+class LogCapture {
+ public:
+  LogCapture() : threshold_(logThreshold()) {
+    setLogThreshold(0);
+    setLogOutput(kLogMessage, this, &LogCapture::collect);
+  }
+  ~LogCapture() {
+    setLogOutput(kLogContext | kLogTag | kLogLocation | kLogMessage, nullptr, nullptr);
+    setLogThreshold(threshold_);
+  }
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  const std::vector<std::string>& lines() const { return lines_; }
+  bool contains(std::string_view text) const {
+    for (const std::string& line : lines_) {
+      if (line == text) return true;
+    }
+    return false;
+  }
+
+ private:
+  static void collect(void* arg, LogLine& line) {
+    static_cast<LogCapture*>(arg)->lines_.emplace_back(line.start, line.pos);
+  }
+
+  std::vector<std::string> lines_;
+  int threshold_;
+};
+
+}  // namespace qm::test

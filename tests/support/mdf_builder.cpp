@@ -1,0 +1,328 @@
+#include "tests/support/mdf_builder.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace qm::test {
+namespace {
+
+template <class T>
+void put(std::string& out, T value) {
+  char bytes[sizeof(T)];
+  std::memcpy(bytes, &value, sizeof(T));
+  out.append(bytes, sizeof(T));
+}
+
+std::string fixedText(const std::string& text) {
+  std::string out = text.substr(0, 8);
+  out.resize(8, ' ');
+  return out;
+}
+
+std::uint64_t roundUpToEight(std::uint64_t n) { return (n + 7) & ~std::uint64_t{7}; }
+
+template <class T>
+T getAt(const std::string& bytes, std::size_t offset) {
+  T value{};
+  if (offset + sizeof(T) <= bytes.size()) std::memcpy(&value, bytes.data() + offset, sizeof(T));
+  return value;
+}
+
+}  // namespace
+
+MdfBuilder::MdfBuilder() { entries_.emplace_back(); }
+
+void MdfBuilder::id(const IdSpec& spec) { id_ = spec; }
+
+MdfBuilder::Handle MdfBuilder::add(Entry entry) {
+  entry.has_content = true;
+  laid_out_ = false;
+  entries_.push_back(std::move(entry));
+  return static_cast<Handle>(entries_.size() - 1);
+}
+
+MdfBuilder::Handle MdfBuilder::header(const HeaderSpec& s) {
+  std::string d;
+  put(d, s.start_time);
+  put(d, s.time_zone_offset);
+  put(d, s.daylight_saving_offset);
+  put(d, s.time_flags);
+  put(d, s.time_quality);
+  put(d, s.flags);
+  d.push_back('\0');
+  put(d, s.start_angle);
+  put(d, s.start_distance);
+  Handle h = add({.code = "HD",
+                  .links = {s.first_data_group, s.first_file_history, s.channel_hierarchy, s.attachment, s.event,
+                            s.comment},
+                  .data_section = d});
+  place(h, 64);
+  return h;
+}
+
+MdfBuilder::Handle MdfBuilder::dataGroup(const DataGroupSpec& s) {
+  std::string d(8, '\0');
+  d[0] = static_cast<char>(s.record_id_size);
+  return add({.code = "DG", .links = {s.next, s.first_channel_group, s.data, s.comment}, .data_section = d});
+}
+
+MdfBuilder::Handle MdfBuilder::channelGroup(const ChannelGroupSpec& s) {
+  std::string d;
+  put(d, s.record_id);
+  put(d, s.cycle_count);
+  put(d, s.flags);
+  put(d, s.path_separator);
+  put(d, std::uint32_t{0});
+  put(d, s.data_bytes);
+  put(d, s.invalidation_bytes);
+  return add({.code = "CG",
+              .links = {s.next, s.first_channel, s.acquisition_name, s.acquisition_source, s.sample_reduction,
+                        s.comment},
+              .data_section = d});
+}
+
+MdfBuilder::Handle MdfBuilder::channel(const ChannelSpec& s) {
+  std::string d;
+  put(d, s.channel_type);
+  put(d, s.sync_type);
+  put(d, s.data_type);
+  put(d, s.bit_offset);
+  put(d, s.byte_offset);
+  put(d, s.bit_count);
+  put(d, s.flags);
+  put(d, s.invalidation_bit_position);
+  put(d, s.precision);
+  d.push_back('\0');
+  put(d, s.attachment_count);
+  for (double v : {s.value_range_min, s.value_range_max, s.limit_min, s.limit_max, s.extended_limit_min,
+                   s.extended_limit_max}) {
+    put(d, v);
+  }
+  return add({.code = "CN",
+              .links = {s.next, s.composition, s.name, s.source, s.conversion, s.data, s.unit, s.comment},
+              .data_section = d});
+}
+
+MdfBuilder::Handle MdfBuilder::conversion(const ConversionSpec& s) {
+  std::string d;
+  put(d, s.conversion_type);
+  put(d, s.precision);
+  put(d, s.flags);
+  put(d, s.reference_count);
+  put(d, s.value_count.value_or(static_cast<std::uint16_t>(s.values.size())));
+  put(d, s.physical_min);
+  put(d, s.physical_max);
+  for (double v : s.values) put(d, v);
+  return add({.code = "CC", .links = {s.name, s.unit, s.comment, s.inverse}, .data_section = d});
+}
+
+MdfBuilder::Handle MdfBuilder::source(const SourceSpec& s) {
+  std::string d;
+  put(d, s.source_type);
+  put(d, s.bus_type);
+  put(d, s.flags);
+  d.append(5, '\0');
+  return add({.code = "SI", .links = {s.name, s.path, s.comment}, .data_section = d});
+}
+
+MdfBuilder::Handle MdfBuilder::fileHistory(const FileHistorySpec& s) {
+  std::string d;
+  put(d, s.time);
+  put(d, s.time_zone_offset);
+  put(d, s.daylight_saving_offset);
+  put(d, s.time_flags);
+  d.append(3, '\0');
+  return add({.code = "FH", .links = {s.next, s.comment}, .data_section = d});
+}
+
+MdfBuilder::Handle MdfBuilder::text(std::string_view t) {
+  std::string d(t);
+  d.push_back('\0');
+  return add({.code = "TX", .data_section = d});
+}
+
+MdfBuilder::Handle MdfBuilder::metadata(std::string_view xml) {
+  std::string d(xml);
+  d.push_back('\0');
+  return add({.code = "MD", .data_section = d});
+}
+
+MdfBuilder::Handle MdfBuilder::textBytes(std::string_view bytes) {
+  return add({.code = "TX", .data_section = std::string(bytes)});
+}
+
+MdfBuilder::Handle MdfBuilder::data(std::string_view payload) {
+  return add({.code = "DT", .data_section = std::string(payload)});
+}
+
+MdfBuilder::Handle MdfBuilder::signalData(std::string_view payload) {
+  return add({.code = "SD", .data_section = std::string(payload)});
+}
+
+MdfBuilder::Handle MdfBuilder::block(std::string_view code, const std::vector<Handle>& links,
+                                     std::string_view data_section) {
+  return add({.code = std::string(code), .links = links, .data_section = std::string(data_section)});
+}
+
+MdfBuilder::Handle MdfBuilder::raw(std::string_view bytes) {
+  return add({.is_raw = true, .data_section = std::string(bytes)});
+}
+
+MdfBuilder::Handle MdfBuilder::offset(std::uint64_t value) {
+  Entry entry;
+  entry.offset = value;
+  laid_out_ = false;
+  entries_.push_back(std::move(entry));
+  return static_cast<Handle>(entries_.size() - 1);
+}
+
+void MdfBuilder::setLink(Handle block, std::size_t index, Handle target) {
+  Entry& entry = entries_.at(static_cast<std::size_t>(block));
+  if (entry.links.size() <= index) entry.links.resize(index + 1, kNone);
+  entry.links[index] = target;
+  laid_out_ = false;
+}
+
+void MdfBuilder::chain(const std::vector<Handle>& blocks) {
+  for (std::size_t i = 0; i + 1 < blocks.size(); ++i) setLink(blocks[i], 0, blocks[i + 1]);
+}
+
+void MdfBuilder::setLength(Handle block, std::uint64_t length) {
+  entries_.at(static_cast<std::size_t>(block)).length = length;
+}
+
+void MdfBuilder::place(Handle block, std::uint64_t offset) {
+  entries_.at(static_cast<std::size_t>(block)).offset = offset;
+  laid_out_ = false;
+}
+
+std::uint64_t MdfBuilder::sizeOf(const Entry& entry) const {
+  if (entry.is_raw) return entry.data_section.size();
+  return 24 + 8 * entry.links.size() + entry.data_section.size();
+}
+
+void MdfBuilder::layout() {
+  if (laid_out_) return;
+  // Automatic blocks go one after the other, so they only need checking against chosen places.
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> chosen{{0, 64}};
+  for (const Entry& e : entries_) {
+    if (e.has_content && e.offset) chosen.emplace_back(*e.offset, *e.offset + sizeOf(e));
+  }
+  std::uint64_t cursor = 64;
+  for (Entry& e : entries_) {
+    if (e.offset) {
+      e.resolved = *e.offset;
+      continue;
+    }
+    if (!e.has_content) continue;
+    std::uint64_t size = std::max<std::uint64_t>(sizeOf(e), 1);
+    std::uint64_t at = roundUpToEight(cursor);
+    for (bool moved = true; moved;) {
+      moved = false;
+      for (const auto& [begin, end] : chosen) {
+        if (at < end && begin < at + size) {
+          at = roundUpToEight(end);
+          moved = true;
+        }
+      }
+    }
+    e.resolved = at;
+    cursor = at + size;
+  }
+  laid_out_ = true;
+}
+
+std::uint64_t MdfBuilder::offsetOf(Handle handle) {
+  if (handle == kNone) return 0;
+  layout();
+  return entries_.at(static_cast<std::size_t>(handle)).resolved;
+}
+
+std::string MdfBuilder::bytes() {
+  layout();
+  std::uint64_t end = 64;
+  for (const Entry& e : entries_) {
+    if (e.has_content) end = std::max(end, e.resolved + sizeOf(e));
+  }
+  std::string out(end, '\0');
+  std::string id;
+  bool finalized = id_.standard_flags == 0 && id_.custom_flags == 0;
+  id += id_.file_id.empty() ? std::string(finalized ? "MDF     " : "UnFinMF ") : id_.file_id.substr(0, 8);
+  id.resize(8, '\0');
+  id += fixedText(id_.version_text);
+  id += fixedText(id_.program_id);
+  id.append(4, '\0');
+  put(id, id_.version_number);
+  id.append(30, '\0');
+  put(id, id_.standard_flags);
+  put(id, id_.custom_flags);
+  out.replace(0, 64, id);
+  for (const Entry& e : entries_) {
+    if (!e.has_content) continue;
+    std::string block;
+    if (e.is_raw) {
+      block = e.data_section;
+    } else {
+      block = "##" + e.code;
+      block.append(4, '\0');
+      put(block, e.length.value_or(sizeOf(e)));
+      put(block, static_cast<std::uint64_t>(e.links.size()));
+      for (Handle link : e.links) put(block, offsetOf(link));
+      block += e.data_section;
+    }
+    out.replace(e.resolved, block.size(), block);
+  }
+  return out;
+}
+
+std::string MdfBuilder::record(std::uint64_t record_id, int id_bytes, std::string_view payload) {
+  std::string out;
+  for (int i = 0; i < id_bytes; ++i) out.push_back(static_cast<char>((record_id >> (8 * i)) & 0xFF));
+  out += payload;
+  return out;
+}
+
+std::string MdfBuilder::vlsdRecord(std::uint64_t record_id, int id_bytes, std::string_view value) {
+  return record(record_id, id_bytes, u32(static_cast<std::uint32_t>(value.size())) + std::string(value));
+}
+
+std::string MdfBuilder::u16(std::uint16_t v) {
+  std::string out;
+  put(out, v);
+  return out;
+}
+std::string MdfBuilder::u32(std::uint32_t v) {
+  std::string out;
+  put(out, v);
+  return out;
+}
+std::string MdfBuilder::u64(std::uint64_t v) {
+  std::string out;
+  put(out, v);
+  return out;
+}
+std::string MdfBuilder::f64(double v) {
+  std::string out;
+  put(out, v);
+  return out;
+}
+
+std::unique_ptr<MemoryStream> memoryStreamOf(std::string_view bytes) {
+  auto stream = std::make_unique<MemoryStream>();
+  if (!bytes.empty()) stream->write(bytes.data(), bytes.size());
+  stream->seek(0, 0);
+  return stream;
+}
+
+std::string contentOf(const MemoryStream& stream) {
+  return std::string(reinterpret_cast<const char*>(stream.data()), stream.size());
+}
+
+std::uint64_t readU64At(const std::string& bytes, std::size_t offset) { return getAt<std::uint64_t>(bytes, offset); }
+std::uint32_t readU32At(const std::string& bytes, std::size_t offset) { return getAt<std::uint32_t>(bytes, offset); }
+std::uint16_t readU16At(const std::string& bytes, std::size_t offset) { return getAt<std::uint16_t>(bytes, offset); }
+std::uint64_t linkAt(const std::string& bytes, std::size_t block_offset, std::size_t index) {
+  return readU64At(bytes, block_offset + 24 + 8 * index);
+}
+
+}  // namespace qm::test
