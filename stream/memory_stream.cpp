@@ -18,6 +18,8 @@ std::int64_t MemoryStream::read(void* buffer, std::size_t count) {
 
 bool MemoryStream::reserve(std::uint64_t n) {
   if (capacity_ - position_ >= n && capacity_ >= position_) return true;
+  // Doubling towards a request this large would overflow before it sufficed.
+  if (n > (UINT64_MAX >> 2) - position_) return false;
   std::uint64_t capacity = capacity_ ? capacity_ : 2;
   while (capacity < position_ || capacity - position_ < n) capacity *= 2;
   auto* grown = static_cast<std::uint8_t*>(std::realloc(data_, capacity));

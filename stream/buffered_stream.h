@@ -1,0 +1,56 @@
+#pragma once
+// A read-ahead buffer over the stream it owns. Every record read of the conversion goes through
+// a seek and a read here, so both stay on the buffer whenever they can. Read-only.
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include "stream/stream.h"
+
+namespace qm {
+
+class BufferedStream : public Stream {
+ public:
+  // The size is rounded up to a multiple of 8; the buffer starts zeroed and empty. Null for a
+  // null inner stream, a size of 0 or a failed allocation.
+  static std::unique_ptr<BufferedStream> create(std::unique_ptr<Stream> inner, std::size_t size);
+
+  std::int64_t read(void* buffer, std::size_t count) override {
+    // The common case, a read that the buffer holds, stays inline.
+    if (count <= filled_ - position_ && count != 0) {
+      std::memcpy(buffer, buffer_.get() + position_, count);
+      position_ += count;
+      return static_cast<std::int64_t>(count);
+    }
+    return readSlow(static_cast<std::uint8_t*>(buffer), count);
+  }
+  std::int64_t tell() override { return buffer_start_ + static_cast<std::int64_t>(position_); }
+  // A target inside the buffered bytes (their end included) moves within the buffer; any other
+  // refills there. The inner stream's end is reached even though no refill finds bytes there;
+  // for a target beyond it (or before the start) the previous position comes back instead of
+  // an error, so callers compare the result with the target.
+  std::int64_t seek(std::int64_t offset, int origin) override;
+  // The inner stream's close status. On success the buffer and the inner stream are released;
+  // -1 when there is no inner stream (any more).
+  int close() override;
+
+  std::size_t capacity() const { return capacity_; }
+  std::size_t filled() const { return filled_; }
+  std::int64_t bufferStart() const { return buffer_start_; }
+
+ private:
+  BufferedStream(std::unique_ptr<Stream> inner, std::unique_ptr<std::uint8_t[]> buffer,
+                 std::size_t capacity)
+      : inner_(std::move(inner)), buffer_(std::move(buffer)), capacity_(capacity) {}
+  std::int64_t readSlow(std::uint8_t* out, std::size_t count);
+  bool refill(std::int64_t offset);
+
+  std::unique_ptr<Stream> inner_;
+  std::unique_ptr<std::uint8_t[]> buffer_;
+  std::size_t capacity_;
+  std::size_t filled_ = 0;
+  std::size_t position_ = 0;
+  std::int64_t buffer_start_ = 0;  // offset in the inner stream of the buffer's first byte
+};
+
+}  // namespace qm

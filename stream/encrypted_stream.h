@@ -1,0 +1,50 @@
+#pragma once
+// The layer over an encrypted container (type 17): AES-256-GCM under a key derived from the
+// device's password with PBKDF2-HMAC-SHA-256. The payload is authenticated and decrypted into
+// memory when the layer is built; the layer is then a stream over the plaintext.
+//
+// Layout after the 20-byte header: 12-byte nonce, iteration count (big-endian 32-bit), 16-byte
+// salt, ciphertext, 16-byte tag. The first 52 bytes are authenticated along with the payload.
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "stream/container_header.h"
+#include "stream/memory_stream.h"
+#include "stream/stream.h"
+
+namespace qm {
+
+inline constexpr std::size_t kEncryptedNonceSize = 12;
+inline constexpr std::size_t kEncryptedSaltSize = 16;
+inline constexpr std::size_t kEncryptedTagSize = 16;
+inline constexpr std::size_t kEncryptedAadSize = 52;
+inline constexpr std::int64_t kEncryptedMinimumSize = kEncryptedAadSize + kEncryptedTagSize;
+
+class EncryptedStream : public Stream {
+ public:
+  explicit EncryptedStream(const ContainerHeader& header) : header_(header) {}
+
+  std::int64_t read(void* buffer, std::size_t count) override;
+  std::int64_t write(const void* buffer, std::size_t count) override;
+  std::int64_t tell() override;
+  std::int64_t seek(std::int64_t offset, int origin) override;
+  // Releases the plaintext and returns its close status; the layer stays, empty.
+  int close() override;
+
+  const ContainerHeader& header() const { return header_; }
+  MemoryStream* content() { return content_.get(); }
+
+ private:
+  ContainerHeader header_;
+  std::unique_ptr<MemoryStream> content_ = std::make_unique<MemoryStream>();
+};
+
+// Builds the layer, or null on any failure (wrong type or version, container shorter than 68
+// bytes, short read, key derivation or cipher failure, tag mismatch). Nothing is returned
+// unless the tag matches. The inner stream is only read: the caller keeps it and may close it
+// as soon as this returns. The result is positioned at the end of its content.
+std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& header,
+                                      std::string_view password);
+
+}  // namespace qm

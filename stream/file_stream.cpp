@@ -1,0 +1,65 @@
+#include "stream/file_stream.h"
+
+#include <sys/types.h>
+
+namespace qm {
+
+std::unique_ptr<FileStream> FileStream::open(const char* path, int mode) {
+  static constexpr const char* kModeTexts[] = {"rb", "wb", "rwb"};
+  if (!path || mode < kFileRead || mode > kFileReadWrite) return nullptr;
+  std::FILE* file = std::fopen(path, kModeTexts[mode]);
+  if (!file) return nullptr;
+  bool readable = mode != kFileWrite;
+  bool writable = mode != kFileRead;
+  return std::unique_ptr<FileStream>(new FileStream(file, readable, writable));
+}
+
+FileStream::~FileStream() {
+  if (file_) std::fclose(file_);
+}
+
+std::int64_t FileStream::read(void* buffer, std::size_t count) {
+  if (!readable_) return kStreamMissingOp;
+  if (!file_) return kStreamRefused;
+  std::size_t n = std::fread(buffer, 1, count, file_);
+  position_ += static_cast<std::int64_t>(n);
+  return static_cast<std::int64_t>(n);
+}
+
+std::int64_t FileStream::write(const void* buffer, std::size_t count) {
+  if (!writable_) return kStreamMissingOp;
+  if (!file_) return kStreamRefused;
+  std::size_t n = std::fwrite(buffer, 1, count, file_);
+  position_ += static_cast<std::int64_t>(n);
+  return static_cast<std::int64_t>(n);
+}
+
+std::int64_t FileStream::tell() {
+  if (!file_) return kStreamRefused;
+  return static_cast<std::int64_t>(ftello(file_));
+}
+
+std::int64_t FileStream::seek(std::int64_t offset, int origin) {
+  if (origin == kSeekSet && offset == position_) return offset;
+  if (!file_) return kStreamRefused;
+  int whence;
+  switch (origin) {
+    case kSeekSet: whence = SEEK_SET; break;
+    case kSeekCur: whence = SEEK_CUR; break;
+    case kSeekEnd: whence = SEEK_END; break;
+    default: return kStreamRefused;
+  }
+  int failed = fseeko(file_, static_cast<off_t>(offset), whence);
+  if (failed) return failed;
+  position_ = static_cast<std::int64_t>(ftello(file_));
+  return position_;
+}
+
+int FileStream::close() {
+  if (!file_) return 0;
+  int status = std::fclose(file_);
+  file_ = nullptr;
+  return status;
+}
+
+}  // namespace qm

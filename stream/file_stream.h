@@ -1,0 +1,46 @@
+#pragma once
+// A stream over a file on disk through the runtime library's buffered I/O.
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include "stream/stream.h"
+
+namespace qm {
+
+enum FileMode : int { kFileRead = 0, kFileWrite = 1, kFileReadWrite = 2 };
+
+class FileStream : public Stream {
+ public:
+  // Mode 0 opens "rb" (no write), 1 "wb" (no read), 2 "rwb" with both, the text handed to
+  // fopen as it is. Any other mode, a null path or a failed open gives null.
+  static std::unique_ptr<FileStream> open(const char* path, int mode);
+
+  FileStream(const FileStream&) = delete;
+  FileStream& operator=(const FileStream&) = delete;
+  ~FileStream() override;
+
+  std::int64_t read(void* buffer, std::size_t count) override;
+  std::int64_t write(const void* buffer, std::size_t count) override;
+  std::int64_t tell() override;
+  // A seek from the start to the tracked position returns at once without touching the file.
+  std::int64_t seek(std::int64_t offset, int origin) override;
+  // fclose; its non-zero result is passed on. fclose gives the handle up even when it fails
+  // (the final flush did not make it to disk), so the handle is forgotten either way.
+  int close() override;
+
+  bool isOpen() const { return file_ != nullptr; }
+
+ private:
+  FileStream(std::FILE* file, bool readable, bool writable)
+      : file_(file), readable_(readable), writable_(writable) {}
+
+  std::FILE* file_;
+  bool readable_;
+  bool writable_;
+  // Advanced by every transfer and refreshed after every seek, so that re-seeking to where the
+  // stream already is costs nothing.
+  std::int64_t position_ = 0;
+};
+
+}  // namespace qm

@@ -1,0 +1,94 @@
+#include "stream/buffered_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "tests/stream/counting_stream.h"
+
+namespace qm {
+namespace {
+
+std::string bytesOfSize(std::size_t size) {
+  std::string out(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<char>(i * 13 + 1);
+  return out;
+}
+
+TEST(BufferedStream, SizeIsRoundedUpToEightAndZeroRefused) {
+  auto buffered = BufferedStream::create(test::memoryStreamOf("x"), 13);
+  ASSERT_NE(buffered, nullptr);
+  EXPECT_EQ(buffered->capacity(), 16u);
+  EXPECT_EQ(BufferedStream::create(test::memoryStreamOf("x"), 16)->capacity(), 16u);
+  EXPECT_EQ(BufferedStream::create(test::memoryStreamOf("x"), 0), nullptr);
+  EXPECT_EQ(BufferedStream::create(nullptr, 8), nullptr);
+}
+
+TEST(BufferedStream, WholeFileBufferServesEverySeekFromMemory) {
+  std::string data = bytesOfSize(1000);
+  test::StreamCalls calls;
+  auto buffered = BufferedStream::create(test::countingStreamOf(data, &calls), data.size());
+  char buffer[100];
+  ASSERT_EQ(buffered->read(buffer, 10), 10);
+  int reads_after_first = calls.reads;
+  std::mt19937 rng(1);
+  for (int i = 0; i < 200; ++i) {
+    std::int64_t at = rng() % 1000;
+    // Reads stop short of the end: one that reaches it asks the inner stream for more.
+    std::size_t n = std::min<std::size_t>(rng() % 100, 1000 - at);
+    ASSERT_EQ(buffered->seek(at, kSeekSet), at);
+    ASSERT_EQ(buffered->read(buffer, n), static_cast<std::int64_t>(n));
+    ASSERT_EQ(std::string(buffer, n), data.substr(at, n));
+  }
+  EXPECT_EQ(buffered->seek(1000, kSeekSet), 1000);  // the very end of the buffered data
+  EXPECT_EQ(calls.reads, reads_after_first);
+}
+
+TEST(BufferedStream, SmallBufferReadsAcrossRefills) {
+  std::string data = bytesOfSize(5000);
+  auto buffered = BufferedStream::create(test::memoryStreamOf(data), 61);  // 64 bytes
+  std::mt19937 rng(2);
+  char buffer[300];
+  for (int i = 0; i < 300; ++i) {
+    std::int64_t at = rng() % 5100;
+    std::size_t n = rng() % sizeof buffer;
+    std::int64_t landed = buffered->seek(at, rng() % 2 ? kSeekSet : kSeekCur);
+    if (landed < 0) continue;
+    std::int64_t expect = std::clamp<std::int64_t>(5000 - landed, 0, n);
+    ASSERT_EQ(buffered->tell(), landed);
+    ASSERT_EQ(buffered->read(buffer, n), expect) << landed;
+    ASSERT_EQ(std::string(buffer, expect), data.substr(landed, expect));
+  }
+}
+
+TEST(BufferedStream, SeekOutsideTheInnerStreamKeepsThePosition) {
+  std::string data = bytesOfSize(100);
+  auto buffered = BufferedStream::create(test::memoryStreamOf(data), 16);
+  char buffer[4];
+  ASSERT_EQ(buffered->read(buffer, 4), 4);
+  ASSERT_EQ(buffered->seek(50, kSeekSet), 50);
+  EXPECT_EQ(buffered->seek(120, kSeekSet), 50);   // refill finds nothing there
+  EXPECT_EQ(buffered->seek(-5, kSeekSet), 50);    // nor before the start
+  EXPECT_EQ(buffered->seek(-500, kSeekCur), 50);
+  EXPECT_EQ(buffered->seek(0, 9), kStreamRefused);
+  EXPECT_EQ(buffered->seek(10, kSeekEnd), 90);  // the memory stream counts back from its end
+  ASSERT_EQ(buffered->read(buffer, 4), 4);
+  EXPECT_EQ(std::string(buffer, 4), data.substr(90, 4));
+  EXPECT_EQ(buffered->write("x", 1), kStreamMissingOp);
+  EXPECT_EQ(buffered->read(buffer, 0), 0);
+}
+
+TEST(BufferedStream, CloseClosesTheInnerStreamOnce) {
+  test::StreamCalls calls;
+  auto buffered = BufferedStream::create(test::countingStreamOf("abc", &calls), 8);
+  EXPECT_EQ(buffered->close(), 0);
+  EXPECT_EQ(calls.closes, 1);
+  EXPECT_TRUE(calls.destroyed);
+  EXPECT_EQ(buffered->close(), -1);  // nothing left to close
+  char c;
+  EXPECT_EQ(buffered->read(&c, 1), 0);
+}
+
+}  // namespace
+}  // namespace qm

@@ -1,0 +1,69 @@
+#include "stream/file_stream.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/temp_dir.h"
+
+namespace qm {
+namespace {
+
+using test::TempDir;
+
+TEST(FileStream, ModeDecidesWhichTransfersExist) {
+  TempDir dir;
+  test::writeFile(dir / "a.bin", "abc");
+  EXPECT_EQ(FileStream::open((dir / "a.bin").c_str(), 3), nullptr);
+  EXPECT_EQ(FileStream::open((dir / "missing.bin").c_str(), kFileRead), nullptr);
+  auto reader = FileStream::open((dir / "a.bin").c_str(), kFileRead);
+  ASSERT_NE(reader, nullptr);
+  EXPECT_EQ(reader->write("x", 1), kStreamMissingOp);
+  char byte;
+  EXPECT_EQ(reader->read(&byte, 1), 1);
+
+  auto writer = FileStream::open((dir / "b.bin").c_str(), kFileWrite);
+  ASSERT_NE(writer, nullptr);
+  EXPECT_EQ(writer->read(&byte, 1), kStreamMissingOp);
+  EXPECT_EQ(writer->write("xyz", 3), 3);
+  EXPECT_EQ(writer->close(), 0);
+  EXPECT_EQ(test::readFile(dir / "b.bin"), "xyz");
+}
+
+TEST(FileStream, TracksPositionThroughReadsAndSeeks) {
+  TempDir dir;
+  test::writeFile(dir / "a.bin", "0123456789");
+  auto file = FileStream::open((dir / "a.bin").c_str(), kFileRead);
+  ASSERT_NE(file, nullptr);
+  char buffer[16] = {};
+  EXPECT_EQ(file->read(buffer, 4), 4);
+  EXPECT_EQ(file->seek(4, kSeekSet), 4);  // served from the tracked position
+  EXPECT_EQ(file->seek(2, kSeekCur), 6);
+  EXPECT_EQ(file->read(buffer, 16), 4);
+  EXPECT_EQ(std::string(buffer, 4), "6789");
+  EXPECT_EQ(file->seek(-3, kSeekEnd), 7);
+  EXPECT_EQ(file->seek(0, 7), kStreamRefused);
+  EXPECT_EQ(file->seek(-20, kSeekSet), -1);
+  EXPECT_EQ(file->tell(), 7);
+}
+
+TEST(FileStream, PositionsBeyondTwoGigabytesWork) {
+  TempDir dir;
+  auto file = FileStream::open((dir / "sparse.bin").c_str(), kFileWrite);
+  ASSERT_NE(file, nullptr);
+  const std::int64_t far = (std::int64_t{3} << 30) + 5;
+  ASSERT_EQ(file->seek(far, kSeekSet), far);
+  EXPECT_EQ(file->write("z", 1), 1);
+  EXPECT_EQ(file->tell(), far + 1);
+  EXPECT_EQ(file->seek(0, kSeekEnd), far + 1);
+}
+
+TEST(FileStream, CloseReportsAFailedFlushAndLeavesNothingOpen) {
+  auto full = FileStream::open("/dev/full", kFileWrite);
+  if (!full) GTEST_SKIP() << "no /dev/full";
+  EXPECT_EQ(full->write("data", 4), 4);  // still in the runtime library's buffer
+  EXPECT_NE(full->close(), 0);
+  EXPECT_FALSE(full->isOpen());
+  EXPECT_EQ(full->close(), 0);
+}
+
+}  // namespace
+}  // namespace qm
