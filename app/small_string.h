@@ -50,6 +50,7 @@ class SmallString {
 
   friend bool operator==(const SmallString& a, const SmallString& b) { return a.view() == b.view(); }
   friend bool operator==(const SmallString& a, std::string_view b) { return a.view() == b; }
+  friend bool operator==(const SmallString& a, const char* b) { return a.view() == std::string_view(b); }
 
  private:
   std::uint64_t word(int i) const;

@@ -1,0 +1,132 @@
+#include "app/converter_job.h"
+
+#include "app/log.h"
+#include "finalize/finalize.h"
+#include "finalize/finalize_hooks.h"
+#include "mdf/mdf_file.h"
+#include "stream/buffered_stream.h"
+#include "stream/compressed_stream.h"
+#include "stream/container_header.h"
+#include "stream/encrypted_stream.h"
+
+namespace qm {
+namespace {
+
+constexpr const char* kOutputSuffix = "_fin.MF4";
+
+int viewLength(std::string_view text) { return static_cast<int>(text.size()); }
+
+// The input as opened, with the buffering the options ask for: -1 buffers the whole file,
+// 0 reads straight from it, n reads ahead n bytes.
+std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_view input_path) {
+  std::unique_ptr<Stream> input = job.root_directory->open(input_path, kOpenRead);
+  if (!input) {
+    QM_LOG_E("Could not open input file %.*s", viewLength(input_path), input_path.data());
+    return nullptr;
+  }
+  std::int64_t buffer_size = job.options->buffer_size;
+  if (buffer_size < 0) buffer_size = streamSize(input.get());
+  if (buffer_size <= 0) return input;
+  return BufferedStream::create(std::move(input), static_cast<std::size_t>(buffer_size));
+}
+
+// Peels container layers off the stream until plain content is left. Returns 0 with `current`
+// replaced by the innermost layer, or the result code of the failure (the stream is closed).
+std::int32_t unwrapContainers(const ConverterJob& job, std::unique_ptr<Stream>& current, bool& inner_close_failed) {
+  ContainerHeader header{};
+  while (detectContainer(current.get(), &header) == 1) {
+    if (header.container_type == kContainerCompressed) {
+      QM_LOG_I("Found compressed file");
+      // The compressed layer consumes the stream beneath it, also when it fails.
+      current = openCompressed(std::move(current), header);
+      if (!current) return kNotDecompressed;
+    } else if (header.container_type == kContainerEncrypted) {
+      QM_LOG_I("Found encrypted file");
+      const SmallString* password = job.options->password_store.findForDevice(header.device_id);
+      if (!password) {
+        QM_LOG_E("No password found for device %X", header.device_id);
+        current->close();
+        return kNoPassword;
+      }
+      std::unique_ptr<Stream> decrypted = openEncrypted(current.get(), header, password->view());
+      if (!decrypted) {
+        current->close();
+        return kNoPassword;
+      }
+      // The decrypted content is all in memory: the layer beneath is done with.
+      if (current->close() != 0) inner_close_failed = true;
+      current = std::move(decrypted);
+    } else {
+      current->close();
+      return kConversionFailed;
+    }
+  }
+  return kConverted;
+}
+
+// The input is removed only after its output was written and the input closed cleanly.
+void deleteInput(const ConverterJob& job, std::string_view input_path) {
+  if (!job.root_directory->removeFile(input_path)) {
+    QM_LOG_E("Could not remove input file after conversion: %.*s", viewLength(input_path), input_path.data());
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<ConverterJob> ConverterJob::create(DirectoryHandle* root, DirectoryHandle* output,
+                                                   const ConversionOptions* options) {
+  if (!root || !output || !options) return nullptr;
+  return std::unique_ptr<ConverterJob>(new ConverterJob{root, output, options});
+}
+
+bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& file) {
+  SmallString output_path(output_stem);
+  output_path.append(kOutputSuffix);
+  std::unique_ptr<Stream> output = job.output_root->open(output_path.view(), kOpenWrite);
+  if (!output) {
+    QM_LOG_E("Could not open output file for finalization: %s", output_path.c_str());
+    return false;
+  }
+  finalize(&file);
+  bool saved = saveFinalized(&file, output.get());
+  // Closed at once, so the output is complete on disk when this returns and handles never pile up.
+  bool closed = output->close() == 0;
+  if (!(saved && closed)) {
+    // A half-written output must not pass for a converted file.
+    job.output_root->removeFile(output_path.view());
+    return false;
+  }
+  return true;
+}
+
+std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, std::string_view output_stem) {
+  if (!job) return kConversionFailed;
+  std::unique_ptr<Stream> current = openBufferedInput(*job, input_path);
+  if (!current) return kConversionFailed;
+
+  bool inner_close_failed = false;
+  if (std::int32_t result = unwrapContainers(*job, current, inner_close_failed); result != kConverted) {
+    return result;
+  }
+
+  std::unique_ptr<MdfFile> file = MdfFile::open(current.get(), &finalizeLoadHooks());
+  if (!file || !file->header()) {
+    file.reset();
+    current->close();
+    return kConversionFailed;
+  }
+
+  bool converted = openOutput(*job, output_stem, *file);
+
+  if (current->close() != 0 || inner_close_failed) {
+    QM_LOG_E("Could not close input file after conversion: %.*s", viewLength(input_path), input_path.data());
+    file.reset();
+    current->close();
+    return kConversionFailed;
+  }
+  if (!converted) return kConversionFailed;
+  if (job->options->delete_converted) deleteInput(*job, input_path);
+  return kConverted;
+}
+
+}  // namespace qm

@@ -1,0 +1,124 @@
+#include "app/input_walk.h"
+
+#include <cctype>
+
+#include "app/log.h"
+
+namespace qm {
+namespace {
+
+int viewLength(std::string_view text) { return static_cast<int>(text.size()); }
+
+SmallString joinPath(std::string_view directory, std::string_view name) {
+  SmallString path(directory);
+  if (!directory.empty()) path.append("/");
+  path.append(name);
+  return path;
+}
+
+std::string_view withoutExtension(std::string_view path) {
+  std::size_t dot = path.rfind('.');
+  return dot == std::string_view::npos ? path : path.substr(0, dot);
+}
+
+std::string_view directoryPart(std::string_view path) {
+  std::size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
+}
+
+std::int32_t walkFile(const ConverterJob& job, std::string_view input_path, std::string_view output_path) {
+  if (!acceptFileName(input_path)) return 0;
+  std::string_view stem = withoutExtension(output_path);
+  makeOutputDirectories(*job.output_root, directoryPart(stem));
+  std::int32_t result = convertFile(&job, input_path, stem);
+  if (result != 0) QM_LOG_E("Error during conversion of %.*s", viewLength(input_path), input_path.data());
+  return result;
+}
+
+std::int32_t walkFolder(const ConverterJob& job, std::string_view input_path, std::string_view output_path) {
+  std::vector<DirectoryEntry> entries;
+  job.root_directory->list(input_path, &entries);
+  std::int32_t result = 0;
+  for (const DirectoryEntry& entry : entries) {
+    result |= walkEntry(job, joinPath(input_path, entry.name.view()).view(),
+                        joinPath(output_path, entry.name.view()).view());
+  }
+  return result;
+}
+
+}  // namespace
+
+bool acceptFileName(std::string_view path) {
+  std::size_t dot = path.rfind('.');
+  if (dot == std::string_view::npos || path.size() - dot - 1 != 3) return false;
+  char extension[4] = {};
+  for (int i = 0; i < 3; ++i) {
+    extension[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(path[dot + 1 + i])));
+  }
+  std::string_view ext(extension, 3);
+  return ext == "mf4" || ext == "mfc" || ext == "mfe" || ext == "mfm";
+}
+
+SmallString outputNameForFolder(std::string_view name) {
+  std::size_t slash = name.find('/');
+  std::size_t at = slash == std::string_view::npos ? name.size() : slash;
+  SmallString out(name.substr(0, at));
+  out.append("_out");
+  out.append(name.substr(at));
+  return out;
+}
+
+void makeOutputDirectories(const DirectoryHandle& output_root, std::string_view directory_path) {
+  SmallString accumulated;
+  while (!directory_path.empty()) {
+    std::size_t slash = directory_path.find('/');
+    std::string_view component = directory_path.substr(0, slash);
+    directory_path = slash == std::string_view::npos ? std::string_view() : directory_path.substr(slash + 1);
+    if (component.empty()) continue;
+    accumulated = SmallString::format("%s%s%.*s", accumulated.c_str(), accumulated.empty() ? "" : "/",
+                                      viewLength(component), component.data());
+    if (!output_root.makeDirectory(accumulated.view())) {
+      // An existing folder is what we want; anything else stops here.
+      DirectoryEntry entry;
+      if (!output_root.stat(accumulated.view(), &entry) || entry.type != kEntryDirectory) return;
+    }
+  }
+}
+
+std::int32_t walkEntry(const ConverterJob& job, std::string_view input_path, std::string_view output_path) {
+  DirectoryEntry entry;
+  if (!job.root_directory->stat(input_path, &entry)) {
+    QM_LOG_F("Error during stat of %.*s, exiting", viewLength(input_path), input_path.data());
+    return 0;
+  }
+  switch (entry.type) {
+    case kEntryMissing:
+      QM_LOG_W("Could not find input file/folder %.*s", viewLength(input_path), input_path.data());
+      return 1;
+    case kEntryFile:
+      return walkFile(job, input_path, output_path);
+    case kEntryDirectory:
+      return walkFolder(job, input_path, output_path);
+    default:
+      return 129;
+  }
+}
+
+bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs) {
+  bool failed = false;
+  for (const SmallString& name : inputs) {
+    SmallString output = name;
+    if (!job.options->no_append_root) {
+      DirectoryEntry entry;
+      if (!job.root_directory->stat(name.view(), &entry)) {
+        QM_LOG_F("Could not query %.*s for information", viewLength(name.view()), name.data());
+        return true;
+      }
+      if (entry.type == kEntryDirectory) output = outputNameForFolder(name.view());
+    }
+    failed |= walkEntry(job, name.view(), output.view()) != 0;
+  }
+  return failed;
+}
+
+}  // namespace qm

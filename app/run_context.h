@@ -1,0 +1,37 @@
+#pragma once
+// Everything one run of the program holds: the options, the passwords, the inputs and the two
+// directory handles that every file is opened through.
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "app/password_store.h"
+#include "app/small_string.h"
+#include "stream/directory_handle.h"
+
+namespace qm {
+
+// The option fields the conversion reads, in one place so the job can borrow them.
+struct ConversionOptions {
+  bool delete_converted = false;
+  bool no_append_root = false;
+  bool non_interactive = false;  // accepted; nothing prints progress anyway
+  std::int64_t buffer_size = -1;
+  SmallString output_directory;
+  PasswordStore password_store;
+};
+
+struct RunContext {
+  ConversionOptions options;
+  SmallString common_root;
+  std::vector<SmallString> inputs;  // names inside common_root, in argument order
+  std::unique_ptr<DirectoryHandle> root_directory;
+  // Opened on the output directory when one was given; otherwise null and the root is used.
+  std::unique_ptr<DirectoryHandle> output_directory_handle;
+
+  DirectoryHandle* outputRoot() const {
+    return output_directory_handle ? output_directory_handle.get() : root_directory.get();
+  }
+};
+
+}  // namespace qm

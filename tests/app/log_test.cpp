@@ -1,0 +1,76 @@
+#include "app/log.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace qm {
+namespace {
+
+struct CapturedLines {
+  std::vector<std::string> lines;
+  static void capture(void* arg, LogLine& line) {
+    *line.pos = '\n';
+    static_cast<CapturedLines*>(arg)->lines.emplace_back(line.start, line.pos + 1);
+  }
+};
+
+class LogTest : public ::testing::Test {
+ protected:
+  void SetUp() override { setLogOutput(kLogContext | kLogTag | kLogLocation | kLogMessage, &captured_, CapturedLines::capture); }
+  void TearDown() override {
+    setLogOutput(kLogContext | kLogTag | kLogLocation | kLogMessage, nullptr, nullptr);
+    setLogThreshold(0);
+  }
+  CapturedLines captured_;
+};
+
+TEST_F(LogTest, LineHasTimeIdsAndLevelLetter) {
+  setLogThreshold(1);
+  QM_LOG_E("Could not open input file %.*s", 5, "a.MF4xyz");
+  ASSERT_EQ(captured_.lines.size(), 1u);
+  const std::string& line = captured_.lines[0];
+  std::regex shape(R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d\d\d [ \d]{4}\d [ \d]{4}\d E Could not open input file a\.MF4\n$)");
+  EXPECT_TRUE(std::regex_match(line, shape)) << line;
+  std::string pid = std::to_string(getpid());
+  EXPECT_NE(line.find(pid), std::string::npos);
+}
+
+TEST_F(LogTest, ThresholdIsTestedBeforeFormatting) {
+  setLogThreshold(6);  // verbosity 0: fatal only
+  int evaluated = 0;
+  auto count = [&] { return ++evaluated; };
+  QM_LOG_E("%d", count());
+  EXPECT_TRUE(captured_.lines.empty());
+  EXPECT_EQ(evaluated, 0);
+  QM_LOG_F("%d", count());
+  ASSERT_EQ(captured_.lines.size(), 1u);
+  EXPECT_NE(captured_.lines[0].find(" F 1\n"), std::string::npos);
+}
+
+TEST_F(LogTest, LongMessageIsCutAtFiveHundredTen) {
+  setLogThreshold(1);
+  std::string text(600, 'x');
+  QM_LOG_W("%s", text.c_str());
+  ASSERT_EQ(captured_.lines.size(), 1u);
+  EXPECT_EQ(captured_.lines[0].size(), 511u);
+  EXPECT_EQ(captured_.lines[0].back(), '\n');
+  EXPECT_EQ(captured_.lines[0][509], 'x');
+}
+
+TEST_F(LogTest, LevelLetters) {
+  EXPECT_EQ(logLevelLetter(1), 'V');
+  EXPECT_EQ(logLevelLetter(3), 'I');
+  EXPECT_EQ(logLevelLetter(6), 'F');
+  EXPECT_EQ(logLevelLetter(7), '?');
+  setLogThreshold(0);
+  logWrite(7, nullptr, "odd");
+  ASSERT_EQ(captured_.lines.size(), 1u);
+  EXPECT_NE(captured_.lines[0].find(" ? odd\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace qm
