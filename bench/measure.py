@@ -1,0 +1,182 @@
+#!/usr/bin/env python3
+"""Times quillmend against `cp` of the same input and prints the ratios the project aims for.
+
+Each case runs `cp` and quillmend alternately, several times, on the same file (after one read
+to bring it into the page cache), and reports medians. Peak resident memory is taken per run
+from wait4(), so one run's peak never hides behind another's. Every quillmend run writes into a
+fresh output folder that is removed afterwards. Standard library only.
+"""
+
+import argparse
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+MIB = 1024 * 1024
+
+# Aims: plain conversion within 3x the copy time and 2.2x the input size in memory; unwrapping
+# layers may cost at most twice the plain figure plus the unwrapping itself.
+PLAIN_TIME_RATIO = 3.0
+PLAIN_MEMORY_RATIO = 2.2
+LAYER_FACTOR = 2.0
+
+
+class Run:
+    def __init__(self, seconds, peak_bytes, status, stderr):
+        self.seconds = seconds
+        self.peak_bytes = peak_bytes
+        self.status = status
+        self.stderr = stderr
+
+
+def run_measured(argv, cwd):
+    """Runs a program and returns its wall time, its own peak RSS and its exit status."""
+    with tempfile.TemporaryFile() as err:
+        start = time.perf_counter()
+        child = subprocess.Popen(argv, cwd=cwd, stdout=subprocess.DEVNULL, stderr=err)
+        _, status, usage = os.wait4(child.pid, 0)
+        seconds = time.perf_counter() - start
+        child.returncode = os.waitstatus_to_exitcode(status)
+        err.seek(0)
+        stderr = err.read().decode(errors="replace")
+    return Run(seconds, usage.ru_maxrss * 1024, child.returncode, stderr)
+
+
+def warm_cache(path):
+    with open(path, "rb") as f:
+        while f.read(8 * MIB):
+            pass
+
+
+class Bench:
+    def __init__(self, args):
+        self.args = args
+        self.work = tempfile.mkdtemp(prefix="work-", dir=args.data_dir)
+
+    def close(self):
+        shutil.rmtree(self.work, ignore_errors=True)
+
+    def copy_once(self, path):
+        target = os.path.join(self.work, "copy")
+        run = run_measured(["cp", path, target], self.work)
+        os.remove(target)
+        return run
+
+    def convert_once(self, path, options, keep_output=False):
+        out = tempfile.mkdtemp(prefix="out-", dir=self.work)
+        argv = [self.args.quillmend, *options, "--password-file", self.args.passwords,
+                "--output-directory", out, os.path.basename(path)]
+        run = run_measured(argv, os.path.dirname(path))
+        outputs = [os.path.join(out, name) for name in os.listdir(out)]
+        if keep_output:
+            return run, out, outputs
+        shutil.rmtree(out, ignore_errors=True)
+        return run
+
+    def measure(self, path, options=(), unwrap=None):
+        """Medians of cp, quillmend and (for a container) quillmend unwrapping alone."""
+        warm_cache(path)
+        if unwrap:
+            warm_cache(unwrap)
+        copies, converts, unwraps = [], [], []
+        for _ in range(self.args.runs):
+            copies.append(self.copy_once(path))
+            run = self.convert_once(path, list(options))
+            if run.status != 0:
+                sys.exit(f"quillmend failed on {path} (status {run.status}):\n{run.stderr}")
+            converts.append(run)
+            if unwrap:
+                unwraps.append(self.convert_once(unwrap, list(options)))
+        median = lambda runs: statistics.median(r.seconds for r in runs)
+        return {
+            "cp": median(copies),
+            "quillmend": median(converts),
+            "peak": max(r.peak_bytes for r in converts),
+            "unwrap": median(unwraps) if unwraps else None,
+        }
+
+    def check_output(self, path):
+        """Converts once and compares the frames of input and output with the generator's check."""
+        run, out, outputs = self.convert_once(path, [], keep_output=True)
+        try:
+            if run.status != 0 or len(outputs) != 1:
+                return f"conversion failed (status {run.status})"
+            summaries = []
+            for file in (path, outputs[0]):
+                check = subprocess.run([self.args.verifier, "--verify", file], capture_output=True, text=True)
+                if check.returncode != 0:
+                    return f"{file} does not pass its check:\n{check.stderr}"
+                summaries.append([l for l in check.stdout.splitlines() if l.startswith(("group", "signal data"))])
+            return None if summaries[0] == summaries[1] else "the output does not hold the input's frames"
+        finally:
+            shutil.rmtree(out, ignore_errors=True)
+
+
+def verdict(ok):
+    return "ok" if ok else "MISSED"
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    for name in ("quillmend", "verifier", "data-dir", "passwords", "plain", "compressed",
+                 "compressed-unwrap", "encrypted", "encrypted-unwrap"):
+        parser.add_argument("--" + name, required=True)
+    parser.add_argument("--runs", type=int, default=5)
+    args = parser.parse_args()
+    if args.runs < 1:
+        sys.exit("--runs must be at least 1")
+
+    bench = Bench(args)
+    try:
+        problem = bench.check_output(args.plain)
+        print(f"output check: {problem or 'the finalized file holds the same frames as the input'}")
+        cases = [
+            ("plain", args.plain, [], None),
+            ("plain, --buffer 0", args.plain, ["--buffer", "0"], None),
+            ("compressed", args.compressed, [], args.compressed_unwrap),
+            ("encrypted", args.encrypted, [], args.encrypted_unwrap),
+        ]
+        results = {}
+        for name, path, options, unwrap in cases:
+            print(f"measuring {name} ({args.runs} runs) ...", flush=True)
+            results[name] = bench.measure(path, options, unwrap)
+    finally:
+        bench.close()
+
+    plain_size = os.path.getsize(args.plain)
+    print()
+    print(f"input: {plain_size / MIB:.1f} MiB MDF4 file; medians of {args.runs} runs")
+    header = f"{'case':<18} {'input MiB':>9} {'time s':>8} {'MiB/s':>8} {'cp s':>7} {'x cp':>6} {'peak MiB':>9} {'x input':>8}  aim"
+    print(header)
+    print("-" * len(header))
+    plain_time = results["plain"]["quillmend"]
+    failed = False
+    for name, path, _, _ in cases:
+        r = results[name]
+        size = os.path.getsize(path)
+        ratio = r["quillmend"] / r["cp"] if r["cp"] > 0 else float("inf")
+        memory = r["peak"] / size
+        if name == "plain":
+            ok = ratio <= PLAIN_TIME_RATIO and memory <= PLAIN_MEMORY_RATIO
+            aim = f"<= {PLAIN_TIME_RATIO:g}x cp, <= {PLAIN_MEMORY_RATIO:g}x input: {verdict(ok)}"
+        elif r["unwrap"] is not None:
+            limit = LAYER_FACTOR * plain_time + r["unwrap"]
+            ok = r["quillmend"] <= limit
+            aim = f"<= 2 x plain + unwrap alone ({r['unwrap']:.2f} s) = {limit:.2f} s: {verdict(ok)}"
+        else:
+            ok = True
+            aim = "(reported only)"
+        failed = failed or not ok
+        print(f"{name:<18} {size / MIB:>9.1f} {r['quillmend']:>8.3f} {size / MIB / r['quillmend']:>8.1f} "
+              f"{r['cp']:>7.3f} {ratio:>6.2f} {r['peak'] / MIB:>9.1f} {memory:>8.2f}  {aim}")
+    if problem:
+        print(f"\noutput check FAILED: {problem}")
+    return 1 if failed or problem else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
