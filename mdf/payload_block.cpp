@@ -55,6 +55,15 @@ bool PayloadBlock::load(LoadContext&, Stream* stream, const BlockHeader&, BlockL
   return true;
 }
 
+// Sorted payloads are written straight from memory in one piece: the bytes are the same as a
+// piecewise copy would give, without passing each piece through the output's buffer. A short
+// write (a full disk) fails the save, so no truncated file passes for a converted one.
+bool PayloadBlock::writeOwnedData(Stream* output) {
+  std::uint64_t size = owned_data_->size();
+  return size == 0 || streamWrite(output, owned_data_->data(), static_cast<std::size_t>(size)) ==
+                          static_cast<std::int64_t>(size);
+}
+
 std::uint8_t PayloadBlock::save(SaveContext& ctx, Block*) {
   if (owned_data_) {
     std::int64_t size = streamSize(owned_data_.get());
@@ -66,6 +75,7 @@ std::uint8_t PayloadBlock::save(SaveContext& ctx, Block*) {
   if (!setPosition(ctx.stream, static_cast<std::int64_t>(file_position)) || !writeBlockHeader(this, ctx.stream)) {
     return 0;
   }
+  if (owned_data_) return writeOwnedData(ctx.stream) ? 1 : 0;
   // The record reader may have moved the view; the copy always starts at the first payload byte.
   view_.seek(0, kSeekSet);
   copyAll(&view_, ctx.stream);

@@ -55,6 +55,8 @@ class PayloadBlock : public Block {
   bool ownsData() const { return owned_data_ != nullptr; }
 
  private:
+  bool writeOwnedData(Stream* output);
+
   PayloadView view_;
   Stream* input_ = nullptr;  // borrowed: the stream the block was loaded from
   std::uint64_t payload_start_ = 0;

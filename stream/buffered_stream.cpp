@@ -8,7 +8,7 @@ namespace qm {
 std::unique_ptr<BufferedStream> BufferedStream::create(std::unique_ptr<Stream> inner, std::size_t size) {
   if (!inner || size == 0 || size > SIZE_MAX - 7) return nullptr;
   std::size_t capacity = (size + 7) & ~std::size_t{7};
-  std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[capacity]());
+  LargeBuffer buffer = allocateZeroed(capacity);
   if (!buffer) return nullptr;
   return std::unique_ptr<BufferedStream>(
       new (std::nothrow) BufferedStream(std::move(inner), std::move(buffer), capacity));

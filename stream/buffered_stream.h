@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "stream/large_buffer.h"
 #include "stream/stream.h"
 
 namespace qm {
@@ -39,14 +40,13 @@ class BufferedStream : public Stream {
   std::int64_t bufferStart() const { return buffer_start_; }
 
  private:
-  BufferedStream(std::unique_ptr<Stream> inner, std::unique_ptr<std::uint8_t[]> buffer,
-                 std::size_t capacity)
+  BufferedStream(std::unique_ptr<Stream> inner, LargeBuffer buffer, std::size_t capacity)
       : inner_(std::move(inner)), buffer_(std::move(buffer)), capacity_(capacity) {}
   std::int64_t readSlow(std::uint8_t* out, std::size_t count);
   bool refill(std::int64_t offset);
 
   std::unique_ptr<Stream> inner_;
-  std::unique_ptr<std::uint8_t[]> buffer_;
+  LargeBuffer buffer_;
   std::size_t capacity_;
   std::size_t filled_ = 0;
   std::size_t position_ = 0;
