@@ -1,20 +1,25 @@
 # Thin wrapper over CMake. `make run` converts the bundled samples, `make test` runs every test.
 BUILD ?= build
 JOBS ?= 2
+MAKEFLAGS += --no-print-directory
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build run test bench fuzz clean
+.PHONY: all deps configure build run test bench fuzz clean
 
 all: build
 
 deps:
 	@bash scripts/install-deps
 
-build: deps
+configure: deps
 	@cmake -S . -B $(BUILD) $(CMAKE_FLAGS) >/dev/null
+
+build: configure
 	@cmake --build $(BUILD) -j$(JOBS)
 
-run: build
+# Only what converting and checking the samples needs, not the test programs.
+run: configure
+	@cmake --build $(BUILD) -j$(JOBS) --target quillmend mdfgen
 	@bash scripts/run-samples $(BUILD)
 
 test: build
