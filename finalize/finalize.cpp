@@ -12,19 +12,22 @@ namespace qm {
 namespace {
 
 // Replaces every unsorted data group by its split-off groups, which go to the end of the list
-// in the order they were made; sorted groups keep their places.
+// in the order they were made; sorted groups keep their places. The list is rebuilt in one
+// pass, so a file of many data groups never pays for erasing from the middle.
 void sortDataGroups(BlockList& data_groups) {
+  BlockList kept;
   std::vector<BlockRef> made;
-  for (std::size_t i = 0; i < data_groups.size();) {
-    DataGroupBlock* group = blockAs<DataGroupBlock>(data_groups[i]);
+  for (BlockRef& ref : data_groups) {
+    DataGroupBlock* group = blockAs<DataGroupBlock>(ref);
     if (group == nullptr || isAlreadySorted(*group)) {
-      ++i;
+      kept.push_back(std::move(ref));
       continue;
     }
     splitDataGroup(*group, made);
-    data_groups.erase(data_groups.begin() + static_cast<std::ptrdiff_t>(i));
+    ref.reset();  // the old group goes as soon as it is split
   }
-  data_groups.insert(data_groups.end(), made.begin(), made.end());
+  kept.insert(kept.end(), made.begin(), made.end());
+  data_groups.swap(kept);
 }
 
 }  // namespace
