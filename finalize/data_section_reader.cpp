@@ -7,8 +7,7 @@ namespace qm {
 
 DataSectionReader::DataSectionReader(Stream* section, std::uint64_t size) : section_(section), size_(size) {}
 
-const std::uint8_t* DataSectionReader::ensure(std::uint64_t n) {
-  if (end_ - begin_ >= n) return window_.data() + begin_;
+const std::uint8_t* DataSectionReader::ensureSlow(std::uint64_t n) {
   if (n > remaining() || !fill(n)) return nullptr;
   return window_.data() + begin_;
 }

@@ -19,7 +19,11 @@ class DataSectionReader {
 
   // Makes the next n bytes available as one contiguous range and returns it, without consuming
   // them. Null when the section ends before n bytes or the stream fails to deliver them.
-  const std::uint8_t* ensure(std::uint64_t n);
+  const std::uint8_t* ensure(std::uint64_t n) {
+    // Nearly every record lies inside the current piece: that case stays inline.
+    if (end_ - begin_ >= n) return window_.data() + begin_;
+    return ensureSlow(n);
+  }
   // Moves past n bytes that ensure() made available.
   void consume(std::size_t n) { begin_ += n; }
 
@@ -28,6 +32,7 @@ class DataSectionReader {
   std::uint64_t remaining() const { return size_ - position(); }
 
  private:
+  const std::uint8_t* ensureSlow(std::uint64_t n);
   bool fill(std::uint64_t n);
 
   Stream* section_;  // borrowed

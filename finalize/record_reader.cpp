@@ -18,7 +18,22 @@ std::uint64_t littleEndianValue(const std::uint8_t* bytes, std::size_t n) {
 
 }  // namespace
 
+RecordLayoutLookup::RecordLayoutLookup(const DataGroupBlock& group) : group_(group) {}
+
+const RecordLayout* RecordLayoutLookup::find(std::uint64_t record_id) {
+  if (record_id < kDirect && direct_[record_id] != nullptr) return direct_[record_id];
+  const RecordLayout* layout = group_.record_layouts.find(record_id);
+  if (record_id < kDirect) direct_[record_id] = layout;
+  return layout;
+}
+
 std::int64_t readRecord(const DataGroupBlock& group, DataSectionReader& reader, Record& record) {
+  RecordLayoutLookup lookup(group);
+  return readRecord(group, lookup, reader, record);
+}
+
+std::int64_t readRecord(const DataGroupBlock& group, RecordLayoutLookup& lookup, DataSectionReader& reader,
+                        Record& record) {
   std::size_t id_size = group.record_id_size;
   if (id_size > kMaxRecordIdSize || group.record_layouts.empty()) return -1;
   std::uint64_t record_id = 0;
@@ -27,7 +42,7 @@ std::int64_t readRecord(const DataGroupBlock& group, DataSectionReader& reader, 
     if (id_bytes == nullptr) return -1;
     record_id = littleEndianValue(id_bytes, id_size);
   }
-  const RecordLayout* layout = group.record_layouts.find(record_id);
+  const RecordLayout* layout = lookup.find(record_id);
   if (layout == nullptr) return -1;
 
   std::uint64_t payload_size = static_cast<std::uint32_t>(layout->payload_length);
@@ -48,14 +63,14 @@ std::int64_t readRecord(const DataGroupBlock& group, DataSectionReader& reader, 
   return static_cast<std::int64_t>(total);
 }
 
-RecordIterator::RecordIterator(const DataGroupBlock& group) : group_(group) {
+RecordIterator::RecordIterator(const DataGroupBlock& group) : group_(group), lookup_(group) {
   PayloadBlock* block = group.dataBlock();
   if (block != nullptr) reader_.emplace(block->payloadStream(), block->dataSectionSize());
 }
 
 const Record* RecordIterator::next() {
   if (!reader_) return nullptr;
-  if (readRecord(group_, *reader_, record_) < 1) {
+  if (readRecord(group_, lookup_, *reader_, record_) < 1) {
     reader_.reset();
     return nullptr;
   }

@@ -9,6 +9,7 @@
 namespace qm {
 
 class DataGroupBlock;
+struct RecordLayout;
 
 // One record: its id and its payload without the id. A VLSD record's payload begins with its
 // 4-byte length. The bytes stay valid until the next record is read.
@@ -25,6 +26,23 @@ std::int64_t readRecord(const DataGroupBlock& group, DataSectionReader& reader, 
 
 // Walks a data group's records from the start of its data block, up to the end of its data
 // section or of the stream, whichever comes first.
+// Finds a record id's layout; the small ids loggers use are answered from a direct table, so
+// the per-record path does no hashing after the first record of each id.
+class RecordLayoutLookup {
+ public:
+  explicit RecordLayoutLookup(const DataGroupBlock& group);
+  const RecordLayout* find(std::uint64_t record_id);
+
+ private:
+  static constexpr std::uint64_t kDirect = 256;
+  const DataGroupBlock& group_;
+  const RecordLayout* direct_[kDirect] = {};
+};
+
+// The same as readRecord, with the layouts found through `lookup`.
+std::int64_t readRecord(const DataGroupBlock& group, RecordLayoutLookup& lookup, DataSectionReader& reader,
+                        Record& record);
+
 class RecordIterator {
  public:
   explicit RecordIterator(const DataGroupBlock& group);
@@ -34,6 +52,7 @@ class RecordIterator {
 
  private:
   const DataGroupBlock& group_;
+  RecordLayoutLookup lookup_;
   std::optional<DataSectionReader> reader_;  // none when the group has no data block
   Record record_;
 };

@@ -29,7 +29,7 @@ bool MemoryStream::reserve(std::uint64_t n) {
   return true;
 }
 
-std::int64_t MemoryStream::write(const void* buffer, std::size_t count) {
+std::int64_t MemoryStream::writeSlow(const void* buffer, std::size_t count) {
   if (!reserve(count)) return kStreamRefused;
   if (count) std::memcpy(data_ + position_, buffer, count);
   position_ += count;

@@ -2,6 +2,7 @@
 // A growable in-memory byte buffer with a position; the container layers hold their decoded
 // content in one, and the finalization collects sorted records in them.
 #include <cstdint>
+#include <cstring>
 
 #include "stream/stream.h"
 
@@ -15,7 +16,16 @@ class MemoryStream : public Stream {
   ~MemoryStream() override;
 
   std::int64_t read(void* buffer, std::size_t count) override;
-  std::int64_t write(const void* buffer, std::size_t count) override;
+  std::int64_t write(const void* buffer, std::size_t count) override {
+    // Appending into room already there is the sorting's per-record path: keep it inline.
+    if (count != 0 && position_ <= capacity_ && capacity_ - position_ >= count) {
+      std::memcpy(data_ + position_, buffer, count);
+      position_ += count;
+      if (position_ > size_) size_ = position_;
+      return static_cast<std::int64_t>(count);
+    }
+    return writeSlow(buffer, count);
+  }
   std::int64_t tell() override { return static_cast<std::int64_t>(position_); }
   // Origin 2 counts the offset backwards from the end, as an unsigned number (so a seek past
   // the start lands at 0). A target beyond the capacity is refused.
@@ -30,6 +40,8 @@ class MemoryStream : public Stream {
   bool reserve(std::uint64_t n);
 
  private:
+  std::int64_t writeSlow(const void* buffer, std::size_t count);
+
   std::uint64_t capacity_ = 0;
   std::uint64_t size_ = 0;
   std::uint64_t position_ = 0;
