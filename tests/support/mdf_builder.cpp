@@ -32,7 +32,7 @@ T getAt(const std::string& bytes, std::size_t offset) {
 
 MdfBuilder::MdfBuilder() { entries_.emplace_back(); }
 
-void MdfBuilder::id(const IdSpec& spec) { id_ = spec; }
+void MdfBuilder::id(const IdSpec& fields) { id_ = fields; }
 
 MdfBuilder::Handle MdfBuilder::add(Entry entry) {
   entry.has_content = true;

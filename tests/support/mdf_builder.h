@@ -133,15 +133,15 @@ class MdfBuilder {
   MdfBuilder();
 
   // The identification block (written at 0 even when this is never called: "MDF     ", flags 0).
-  void id(const IdSpec& spec);
+  void id(const IdSpec& fields);
   // The header block, placed at 64.
-  Handle header(const HeaderSpec& spec);
-  Handle dataGroup(const DataGroupSpec& spec);
-  Handle channelGroup(const ChannelGroupSpec& spec);
-  Handle channel(const ChannelSpec& spec);
-  Handle conversion(const ConversionSpec& spec);
-  Handle source(const SourceSpec& spec);
-  Handle fileHistory(const FileHistorySpec& spec);
+  Handle header(const HeaderSpec& fields);
+  Handle dataGroup(const DataGroupSpec& fields);
+  Handle channelGroup(const ChannelGroupSpec& fields);
+  Handle channel(const ChannelSpec& fields);
+  Handle conversion(const ConversionSpec& fields);
+  Handle source(const SourceSpec& fields);
+  Handle fileHistory(const FileHistorySpec& fields);
   // TX / MD blocks whose data section is the text plus one terminating zero byte.
   Handle text(std::string_view text);
   Handle metadata(std::string_view xml);

@@ -27,10 +27,10 @@ class TreeBuilder {
     int previous_group = BlockPlan::kNone;
     int previous_data_group = BlockPlan::kNone;
     for (int g = 0; g < kLoggedGroupCount; ++g) {
-      const GroupSpec& spec = groups[static_cast<std::size_t>(g)];
+      const GroupSpec& fields = groups[static_cast<std::size_t>(g)];
       // Unsorted: one data group for everything. Sorted: one per fixed-length group, while the
       // variable-length group becomes a signal data block of the group before it.
-      bool new_data_group = sorted_ ? !spec.variable_length : previous_data_group == BlockPlan::kNone;
+      bool new_data_group = sorted_ ? !fields.variable_length : previous_data_group == BlockPlan::kNone;
       if (new_data_group) {
         int data_group = plan_.add("##DG", 4, 64);
         plan_.putU8(data_group, 56, sorted_ ? 0 : 1);
@@ -39,11 +39,11 @@ class TreeBuilder {
         previous_group = BlockPlan::kNone;
       }
       data_group_of_[static_cast<std::size_t>(g)] = previous_data_group;
-      if (sorted_ && spec.variable_length) continue;
-      int group = addChannelGroup(spec, g, spec.bus_type == 3 ? lin_source : can_source);
+      if (sorted_ && fields.variable_length) continue;
+      int group = addChannelGroup(fields, g, fields.bus_type == 3 ? lin_source : can_source);
       linkNext(previous_data_group, 1, previous_group, group);
       previous_group = group;
-      if (spec.variable_length) plan_.link(variable_channel_, 5, group);
+      if (fields.variable_length) plan_.link(variable_channel_, 5, group);
     }
     addPayloadBlocks();
   }
@@ -103,17 +103,17 @@ class TreeBuilder {
     return conversion;
   }
 
-  int addChannelGroup(const GroupSpec& spec, int index, int source) {
+  int addChannelGroup(const GroupSpec& fields, int index, int source) {
     int group = plan_.add("##CG", 6, 104);
-    plan_.putU64(group, 72, spec.record_id);
-    plan_.putU16(group, 88, spec.variable_length ? kVariableLengthFlag : kBusEventFlags);
+    plan_.putU64(group, 72, fields.record_id);
+    plan_.putU16(group, 88, fields.variable_length ? kVariableLengthFlag : kBusEventFlags);
     plan_.putU16(group, 90, '.');
-    plan_.putU32(group, 96, spec.data_bytes);
+    plan_.putU32(group, 96, fields.data_bytes);
     if (sorted_) plan_.putU64(group, 80, totals_.records[static_cast<std::size_t>(index)]);
-    plan_.link(group, 2, plan_.addText("##TX", spec.acquisition_name));
+    plan_.link(group, 2, plan_.addText("##TX", fields.acquisition_name));
     plan_.link(group, 3, source);
     int previous = BlockPlan::kNone;
-    for (const ChannelSpec& channel : spec.channels) {
+    for (const ChannelSpec& channel : fields.channels) {
       int block = addChannel(channel);
       plan_.link(previous == BlockPlan::kNone ? group : previous, previous == BlockPlan::kNone ? 1 : 0, block);
       previous = block;
@@ -122,16 +122,16 @@ class TreeBuilder {
     return group;
   }
 
-  int addChannel(const ChannelSpec& spec) {
+  int addChannel(const ChannelSpec& fields) {
     int channel = plan_.add("##CN", 8, 160);
-    plan_.putU8(channel, 88, spec.channel_type);
-    plan_.putU8(channel, 89, spec.channel_type == 2 ? 1 : 0);  // master synchronises on time
-    plan_.putU8(channel, 90, spec.data_type);
-    plan_.putU8(channel, 91, spec.bit_offset);
-    plan_.putU32(channel, 92, spec.byte_offset);
-    plan_.putU32(channel, 96, spec.bit_count);
-    plan_.link(channel, 2, plan_.addText("##TX", spec.name));
-    if (spec.field == FrameField::kTimestamp) {
+    plan_.putU8(channel, 88, fields.channel_type);
+    plan_.putU8(channel, 89, fields.channel_type == 2 ? 1 : 0);  // master synchronises on time
+    plan_.putU8(channel, 90, fields.data_type);
+    plan_.putU8(channel, 91, fields.bit_offset);
+    plan_.putU32(channel, 92, fields.byte_offset);
+    plan_.putU32(channel, 96, fields.bit_count);
+    plan_.link(channel, 2, plan_.addText("##TX", fields.name));
+    if (fields.field == FrameField::kTimestamp) {
       plan_.link(channel, 4, time_conversion_);
       plan_.link(channel, 6, plan_.addText("##TX", "s"));
     }
@@ -149,10 +149,10 @@ class TreeBuilder {
       return;
     }
     for (int g = 0; g < kLoggedGroupCount; ++g) {
-      const GroupSpec& spec = groups[static_cast<std::size_t>(g)];
+      const GroupSpec& fields = groups[static_cast<std::size_t>(g)];
       std::uint64_t bytes = totals_.payload_bytes[static_cast<std::size_t>(g)];
-      int payload = plan_.addPayload(spec.variable_length ? "##SD" : "##DT", bytes);
-      if (spec.variable_length) {
+      int payload = plan_.addPayload(fields.variable_length ? "##SD" : "##DT", bytes);
+      if (fields.variable_length) {
         plan_.link(variable_channel_, 5, payload);
       } else {
         plan_.link(data_group_of_[static_cast<std::size_t>(g)], 2, payload);

@@ -10,9 +10,9 @@ namespace qm {
 namespace {
 
 std::vector<unsigned char> encoded(LoggedGroup group, const BusEvent& frame, std::uint64_t data_offset = 0) {
-  const GroupSpec& spec = loggedGroups()[group];
-  std::vector<unsigned char> record(spec.data_bytes, 0);
-  encodeRecord(spec, frame, data_offset, record.data());
+  const GroupSpec& fields = loggedGroups()[group];
+  std::vector<unsigned char> record(fields.data_bytes, 0);
+  encodeRecord(fields, frame, data_offset, record.data());
   return record;
 }
 
