@@ -1,0 +1,74 @@
+// One run over a folder of thousands of small files: every file handle is given back, on
+// success and on failure, so the run never meets the open-files limit.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/support/container_writer.h"
+#include "tests/support/mdf_builder.h"
+#include "tests/support/run_program.h"
+
+namespace qm::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kFileCount = 3000;
+
+std::string smallLoggerFile(int seed) {
+  MdfBuilder b;
+  b.id({.standard_flags = 0x0025});
+  auto second = b.channelGroup({.first_channel = b.channel({.name = b.text("Rpm"), .bit_count = 32}), .record_id = 2,
+                                .data_bytes = 4});
+  auto first = b.channelGroup({.next = second, .first_channel = b.channel({.name = b.text("Speed"), .bit_count = 16}),
+                               .record_id = 1, .data_bytes = 2});
+  auto data_group = b.dataGroup({.first_channel_group = first, .record_id_size = 1});
+  b.header({.first_data_group = data_group});
+  auto data = b.data(MdfBuilder::record(1, 1, MdfBuilder::u16(static_cast<std::uint16_t>(seed))) +
+                     MdfBuilder::record(2, 1, MdfBuilder::u32(static_cast<std::uint32_t>(seed))));
+  b.setLength(data, 24);
+  b.setLink(data_group, 2, data);
+  return b.bytes();
+}
+
+std::size_t countOutputs(const fs::path& folder) {
+  std::size_t count = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    if (entry.path().filename().string().ends_with("_fin.MF4")) ++count;
+  }
+  return count;
+}
+
+TEST(ManyFiles, ThousandsOfInputsConvertInOneRunUnderTheUsualFileLimit) {
+  TempDir dir;
+  writeFile(dir / "passwords.json", "{\n  \"default\": \"pw\"\n}\n");
+  const std::string plain = smallLoggerFile(7);
+  const std::string compressed = makeCompressedContainer(plain, 0x42, 8, 4);
+  const std::string encrypted = makeEncryptedContainer(plain, 0x42, "pw", 1);
+  int damaged = 0;
+  for (int i = 0; i < kFileCount; ++i) {
+    std::string folder = dir / ("logs/part" + std::to_string(i % 7));
+    std::string name = "f" + std::to_string(i);
+    if (i % 100 == 0) {
+      writeFile(folder + "/" + name + ".mf4", plain.substr(0, 100));  // fails: the header block is cut
+      ++damaged;
+    } else if (i % 10 == 1) {
+      writeFile(folder + "/" + name + ".mfc", compressed);
+    } else if (i % 10 == 2) {
+      writeFile(folder + "/" + name + ".mfe", encrypted);
+    } else {
+      writeFile(folder + "/" + name + ".MF4", plain);
+    }
+  }
+  // 1024 is the usual default soft limit; a machine that allows more would hide a leak.
+  ProgramRun run = runProgram("/bin/sh", {"-c", "ulimit -n 1024 2>/dev/null; exec \"$0\" \"$@\"", QM_BINARY, "logs"},
+                              dir.path().string());
+  EXPECT_EQ(run.status, 1);  // the damaged files fail, the others convert
+  EXPECT_EQ(countOutputs(dir.path() / "logs_out"), static_cast<std::size_t>(kFileCount - damaged));
+  EXPECT_EQ(readFile(dir / "logs_out/part1/f1_fin.MF4").substr(0, 8), "MDF     ");
+  EXPECT_EQ(readFile(dir / "logs_out/part2/f2_fin.MF4"), readFile(dir / "logs_out/part3/f3_fin.MF4"));
+}
+
+}  // namespace
+}  // namespace qm::test
