@@ -13,6 +13,7 @@ namespace qm {
 namespace {
 
 constexpr const char* kOutputSuffix = "_fin.MF4";
+constexpr int kMaxContainerLayers = 32;
 
 int viewLength(std::string_view text) { return static_cast<int>(text.size()); }
 
@@ -34,7 +35,12 @@ std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_v
 // replaced by the innermost layer, or the result code of the failure (the stream is closed).
 std::int32_t unwrapContainers(const ConverterJob& job, std::unique_ptr<Stream>& current, bool& inner_close_failed) {
   ContainerHeader header{};
-  while (detectContainer(current.get(), &header) == 1) {
+  for (int layers = 0; detectContainer(current.get(), &header) == 1; ++layers) {
+    // Real files nest two or three layers; a container that unwraps to itself would never end.
+    if (layers == kMaxContainerLayers) {
+      current->close();
+      return kConversionFailed;
+    }
     if (header.container_type == kContainerCompressed) {
       QM_LOG_I("Found compressed file");
       // The compressed layer consumes the stream beneath it, also when it fails.

@@ -176,6 +176,18 @@ TEST_F(Conversion, PasswordFileProblemsAreOnlyWarnings) {
   EXPECT_TRUE(exists("e_fin.MF4"));
 }
 
+TEST_F(Conversion, ContainerNestingIsBounded) {
+  std::string deep = unfinalizedFile();
+  for (int i = 0; i < 32; ++i) deep = makeCompressedContainer(deep, 1, 8, 4);
+  put("deep32.MFC", deep);
+  put("deep33.MFC", makeCompressedContainer(deep, 1, 8, 4));
+  ProgramRun r = run({"deep32.MFC", "deep33.MFC"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(exists("deep32_fin.MF4"));
+  EXPECT_FALSE(exists("deep33_fin.MF4"));
+  EXPECT_NE(r.err.find(" E Error during conversion of deep33.MFC\n"), std::string::npos) << r.err;
+}
+
 TEST_F(Conversion, UnknownContainerTypeFailsWithoutItsOwnMessage) {
   std::string container = makeCompressedContainer(unfinalizedFile(), 1, 8, 4);
   container[14] = 99;
