@@ -3,18 +3,41 @@
 #include <algorithm>
 #include <new>
 
+#include "stream/file_stream.h"
+
 namespace qm {
 
 std::unique_ptr<BufferedStream> BufferedStream::create(std::unique_ptr<Stream> inner, std::size_t size) {
   if (!inner || size == 0 || size > SIZE_MAX - 7) return nullptr;
   std::size_t capacity = (size + 7) & ~std::size_t{7};
+  if (auto* file = dynamic_cast<FileStream*>(inner.get())) {
+    if (std::unique_ptr<FileMapping> mapping = file->mapWhole(capacity)) {
+      return std::unique_ptr<BufferedStream>(
+          new (std::nothrow) BufferedStream(std::move(inner), std::move(mapping), capacity));
+    }
+  }
   LargeBuffer buffer = allocateZeroed(capacity);
   if (!buffer) return nullptr;
   return std::unique_ptr<BufferedStream>(
       new (std::nothrow) BufferedStream(std::move(inner), std::move(buffer), capacity));
 }
 
+BufferedStream::BufferedStream(std::unique_ptr<Stream> inner, std::unique_ptr<FileMapping> mapping,
+                               std::size_t capacity)
+    : inner_(std::move(inner)),
+      mapping_(std::move(mapping)),
+      bytes_(mapping_->data()),
+      capacity_(capacity),
+      filled_(static_cast<std::size_t>(mapping_->size())) {}
+
+ByteView BufferedStream::contents() {
+  if (!mapping_) return {};
+  return {mapping_->data(), mapping_->size()};
+}
+
 bool BufferedStream::refill(std::int64_t offset) {
+  // A mapped file already shows everything it holds.
+  if (mapping_) return false;
   if (!inner_ || inner_->seek(offset, kSeekSet) != offset) return false;
   std::int64_t n = inner_->read(buffer_.get(), capacity_);
   if (n < 1) return false;
@@ -29,7 +52,7 @@ std::int64_t BufferedStream::readSlow(std::uint8_t* out, std::size_t count) {
   while (done < count) {
     if (position_ == filled_ && !refill(tell())) break;
     std::size_t n = std::min(filled_ - position_, count - done);
-    std::memcpy(out + done, buffer_.get() + position_, n);
+    std::memcpy(out + done, bytes_ + position_, n);
     position_ += n;
     done += n;
   }
@@ -57,7 +80,7 @@ std::int64_t BufferedStream::seek(std::int64_t offset, int origin) {
     position_ = static_cast<std::size_t>(target - buffer_start_);
     return target;
   }
-  if (!refill(target) && inner_ && target == inner_->seek(0, kSeekEnd)) {
+  if (!refill(target) && !mapping_ && inner_ && target == inner_->seek(0, kSeekEnd)) {
     // The very end holds nothing to read, yet it is a position like any other: size
     // measurements seek there. Only a target beyond it keeps the previous position.
     buffer_start_ = target;
@@ -73,6 +96,8 @@ int BufferedStream::close() {
   if (status != 0) return status;
   inner_.reset();
   buffer_.reset();
+  mapping_.reset();
+  bytes_ = nullptr;
   capacity_ = filled_ = position_ = 0;
   return 0;
 }

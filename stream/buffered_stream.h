@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "stream/file_mapping.h"
 #include "stream/large_buffer.h"
 #include "stream/stream.h"
 
@@ -13,13 +14,15 @@ namespace qm {
 class BufferedStream : public Stream {
  public:
   // The size is rounded up to a multiple of 8; the buffer starts zeroed and empty. Null for a
-  // null inner stream, a size of 0 or a failed allocation.
+  // null inner stream, a size of 0 or a failed allocation. A buffer that can take a whole file
+  // stream is that file mapped into memory instead: it holds the file from the start, and its
+  // content is fixed (refills find nothing new).
   static std::unique_ptr<BufferedStream> create(std::unique_ptr<Stream> inner, std::size_t size);
 
   std::int64_t read(void* buffer, std::size_t count) override {
     // The common case, a read that the buffer holds, stays inline.
     if (count <= filled_ - position_ && count != 0) {
-      std::memcpy(buffer, buffer_.get() + position_, count);
+      std::memcpy(buffer, bytes_ + position_, count);
       position_ += count;
       return static_cast<std::int64_t>(count);
     }
@@ -34,6 +37,8 @@ class BufferedStream : public Stream {
   // The inner stream's close status. On success the buffer and the inner stream are released;
   // -1 when there is no inner stream (any more).
   int close() override;
+  // The whole inner stream when it is mapped; none for a read-ahead buffer.
+  ByteView contents() override;
 
   std::size_t capacity() const { return capacity_; }
   std::size_t filled() const { return filled_; }
@@ -41,12 +46,15 @@ class BufferedStream : public Stream {
 
  private:
   BufferedStream(std::unique_ptr<Stream> inner, LargeBuffer buffer, std::size_t capacity)
-      : inner_(std::move(inner)), buffer_(std::move(buffer)), capacity_(capacity) {}
+      : inner_(std::move(inner)), buffer_(std::move(buffer)), bytes_(buffer_.get()), capacity_(capacity) {}
+  BufferedStream(std::unique_ptr<Stream> inner, std::unique_ptr<FileMapping> mapping, std::size_t capacity);
   std::int64_t readSlow(std::uint8_t* out, std::size_t count);
   bool refill(std::int64_t offset);
 
   std::unique_ptr<Stream> inner_;
-  LargeBuffer buffer_;
+  LargeBuffer buffer_;                     // the bytes read ahead, unless the file is mapped
+  std::unique_ptr<FileMapping> mapping_;   // the whole file, when it could be mapped
+  const std::uint8_t* bytes_;              // where reads take their bytes: either of the above
   std::size_t capacity_;
   std::size_t filled_ = 0;
   std::size_t position_ = 0;

@@ -24,6 +24,7 @@ class CompressedStream : public Stream {
   std::int64_t seek(std::int64_t offset, int origin) override;
   // Releases the decoded content and returns its close status; the layer stays, empty.
   int close() override;
+  ByteView contents() override { return content_ ? content_->contents() : ByteView{}; }
 
   const ContainerHeader& header() const { return header_; }
   std::uint32_t windowSize() const { return window_size_; }

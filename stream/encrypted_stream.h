@@ -31,6 +31,7 @@ class EncryptedStream : public Stream {
   std::int64_t seek(std::int64_t offset, int origin) override;
   // Releases the plaintext and returns its close status; the layer stays, empty.
   int close() override;
+  ByteView contents() override { return content_ ? content_->contents() : ByteView{}; }
 
   const ContainerHeader& header() const { return header_; }
   MemoryStream* content() { return content_.get(); }

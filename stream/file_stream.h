@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "stream/file_mapping.h"
 #include "stream/stream.h"
 
 namespace qm {
@@ -30,6 +31,11 @@ class FileStream : public Stream {
   int close() override;
 
   bool isOpen() const { return file_ != nullptr; }
+  // The whole file mapped into memory for reading; null when the stream cannot read, the file
+  // is larger than `largest` bytes or cannot be mapped.
+  std::unique_ptr<FileMapping> mapWhole(std::uint64_t largest) const {
+    return readable_ ? FileMapping::map(file_, largest) : nullptr;
+  }
 
  private:
   FileStream(std::FILE* file, bool readable, bool writable)

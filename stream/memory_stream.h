@@ -31,6 +31,7 @@ class MemoryStream : public Stream {
   // the start lands at 0). A target beyond the capacity is refused.
   std::int64_t seek(std::int64_t offset, int origin) override;
   int close() override;
+  ByteView contents() override { return {data_, size_}; }
 
   // Direct access for code that owns the stream (no copy).
   const std::uint8_t* data() const { return data_; }

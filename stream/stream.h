@@ -14,6 +14,13 @@ enum SeekOrigin : int { kSeekSet = 0, kSeekCur = 1, kSeekEnd = 2 };
 inline constexpr std::int64_t kStreamRefused = -1;
 inline constexpr std::int64_t kStreamMissingOp = -2;
 
+// A stream's whole content when it lies in memory as one block of bytes.
+struct ByteView {
+  const std::uint8_t* data = nullptr;
+  std::uint64_t size = 0;
+  bool inMemory() const { return data != nullptr; }
+};
+
 class Stream {
  public:
   virtual ~Stream() = default;
@@ -23,6 +30,10 @@ class Stream {
   virtual std::int64_t seek(std::int64_t offset, int origin);
   // Releases what the stream holds (and the layers it owns); 0 on success.
   virtual int close();
+  // The whole content, when it is in memory: readers may then take the bytes in place instead
+  // of copying them out. The view stays valid until the stream is closed, written or destroyed.
+  // None (the default) for streams that produce their bytes on demand.
+  virtual ByteView contents() { return {}; }
 };
 
 // Generic operations; each tolerates a null stream.

@@ -1,0 +1,32 @@
+#pragma once
+// A read-only mapping of a whole file. Taking an input's bytes from the page cache in place
+// spares the copy of a read and, above all, the fresh memory a file-sized buffer would need,
+// which costs more than reading the file itself.
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+namespace qm {
+
+class FileMapping {
+ public:
+  // Maps the open file from offset 0 to its current size. Null for an empty file, one larger
+  // than `largest` bytes, or one that cannot be mapped (a pipe or a device, for instance); the
+  // caller then reads it instead.
+  static std::unique_ptr<FileMapping> map(std::FILE* file, std::uint64_t largest);
+
+  FileMapping(const FileMapping&) = delete;
+  FileMapping& operator=(const FileMapping&) = delete;
+  ~FileMapping();
+
+  const std::uint8_t* data() const { return data_; }
+  std::uint64_t size() const { return size_; }
+
+ private:
+  FileMapping(const std::uint8_t* data, std::uint64_t size) : data_(data), size_(size) {}
+
+  const std::uint8_t* data_;
+  std::uint64_t size_;
+};
+
+}  // namespace qm

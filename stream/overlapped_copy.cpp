@@ -1,0 +1,125 @@
+#include "stream/overlapped_copy.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace qm {
+namespace {
+
+constexpr std::size_t kBufferSize = std::size_t{1} << 20;
+// Below this a thread costs more than it saves.
+constexpr std::uint64_t kOverlapThreshold = std::uint64_t{8} << 20;
+
+bool copyInline(Stream* source, Stream* target, std::uint64_t size) {
+  std::vector<std::uint8_t> buffer(static_cast<std::size_t>(std::min<std::uint64_t>(size, kBufferSize)));
+  for (std::uint64_t copied = 0; copied < size;) {
+    std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), size - copied));
+    std::int64_t got = streamRead(source, buffer.data(), want);
+    if (got <= 0 || streamWrite(target, buffer.data(), static_cast<std::size_t>(got)) != got) return false;
+    copied += static_cast<std::uint64_t>(got);
+  }
+  return true;
+}
+
+// Two buffers handed back and forth: the reading side fills them in turn, the writing side
+// empties them in the same turn.
+class Handoff {
+ public:
+  explicit Handoff(Stream* target) : target_(target) {
+    for (Slot& slot : slots_) slot.bytes.resize(kBufferSize);
+  }
+
+  // Reading side: the next free buffer, or null once writing failed.
+  std::vector<std::uint8_t>* acquireForFilling() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    Slot& slot = slots_[fill_turn_];
+    changed_.wait(lock, [&] { return !slot.full || failed_; });
+    return failed_ ? nullptr : &slot.bytes;
+  }
+  void submit(std::size_t count) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    Slot& slot = slots_[fill_turn_];
+    slot.count = count;
+    slot.full = true;
+    fill_turn_ ^= 1;
+    changed_.notify_all();
+  }
+  // Reading side, at the end: lets the writer drain what is left and stop.
+  void finish() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    finished_ = true;
+    changed_.notify_all();
+  }
+  bool failed() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return failed_;
+  }
+
+  // Writing side: runs until the reading side finished and every full buffer was written.
+  void writeAll() {
+    for (;;) {
+      std::unique_lock<std::mutex> lock(mutex_);
+      Slot& slot = slots_[write_turn_];
+      changed_.wait(lock, [&] { return slot.full || finished_; });
+      if (!slot.full) return;
+      lock.unlock();
+      bool written = streamWrite(target_, slot.bytes.data(), slot.count) == static_cast<std::int64_t>(slot.count);
+      lock.lock();
+      slot.full = false;
+      if (!written) failed_ = true;
+      write_turn_ ^= 1;
+      changed_.notify_all();
+      if (failed_) return;
+    }
+  }
+
+ private:
+  struct Slot {
+    std::vector<std::uint8_t> bytes;
+    std::size_t count = 0;
+    bool full = false;
+  };
+
+  Stream* target_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  Slot slots_[2];
+  unsigned fill_turn_ = 0;
+  unsigned write_turn_ = 0;
+  bool finished_ = false;
+  bool failed_ = false;
+};
+
+}  // namespace
+
+bool copyOverlapped(Stream* source, Stream* target, std::uint64_t size) {
+  if (size < kOverlapThreshold) return copyInline(source, target, size);
+  Handoff handoff(target);
+  std::thread writer;
+  try {
+    writer = std::thread([&handoff] { handoff.writeAll(); });
+  } catch (const std::system_error&) {
+    return copyInline(source, target, size);
+  }
+  bool complete = true;
+  for (std::uint64_t copied = 0; copied < size;) {
+    std::vector<std::uint8_t>* buffer = handoff.acquireForFilling();
+    std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(kBufferSize, size - copied));
+    std::int64_t got = buffer ? streamRead(source, buffer->data(), want) : -1;
+    if (got <= 0) {
+      complete = false;
+      break;
+    }
+    handoff.submit(static_cast<std::size_t>(got));
+    copied += static_cast<std::uint64_t>(got);
+  }
+  handoff.finish();
+  writer.join();
+  return complete && !handoff.failed();
+}
+
+}  // namespace qm
