@@ -7,13 +7,16 @@ namespace qm {
 
 DataSectionReader::DataSectionReader(Stream* section, std::uint64_t size) : section_(section), size_(size) {}
 
+DataSectionReader::DataSectionReader(const std::uint8_t* bytes, std::uint64_t size)
+    : section_(nullptr), size_(bytes ? size : 0), fetched_(size_), base_(bytes), end_(size_) {}
+
 const std::uint8_t* DataSectionReader::ensureSlow(std::uint64_t n) {
-  if (n > remaining() || !fill(n)) return nullptr;
-  return window_.data() + begin_;
+  if (n > remaining() || section_ == nullptr || !fill(n)) return nullptr;
+  return base_ + begin_;
 }
 
 bool DataSectionReader::fill(std::uint64_t n) {
-  std::size_t held = end_ - begin_;
+  std::size_t held = static_cast<std::size_t>(end_ - begin_);
   if (begin_ != 0) {
     std::memmove(window_.data(), window_.data() + begin_, held);
     begin_ = 0;
@@ -25,6 +28,7 @@ bool DataSectionReader::fill(std::uint64_t n) {
     if (end_ == window_.size()) {
       std::uint64_t grown = std::max<std::uint64_t>(kPieceSize, 2 * window_.size());
       window_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(grown, std::max<std::uint64_t>(n, kPieceSize))));
+      base_ = window_.data();
     }
     std::uint64_t room = std::min<std::uint64_t>(window_.size() - end_, size_ - fetched_);
     // Seek before every read: others may move the block's view in between, and a data block's

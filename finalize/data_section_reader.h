@@ -16,12 +16,15 @@ class DataSectionReader {
   // `section` is borrowed; it is read from offset 0 up to `size` bytes, or until it delivers
   // no more. The size need not be trusted: buffers grow only with the bytes that arrive.
   DataSectionReader(Stream* section, std::uint64_t size);
+  // A section that lies in memory (borrowed) is read in place: every range ensure() returns
+  // points into `bytes`.
+  DataSectionReader(const std::uint8_t* bytes, std::uint64_t size);
 
   // Makes the next n bytes available as one contiguous range and returns it, without consuming
   // them. Null when the section ends before n bytes or the stream fails to deliver them.
   const std::uint8_t* ensure(std::uint64_t n) {
     // Nearly every record lies inside the current piece: that case stays inline.
-    if (end_ - begin_ >= n) return window_.data() + begin_;
+    if (end_ - begin_ >= n) return base_ + begin_;
     return ensureSlow(n);
   }
   // Moves past n bytes that ensure() made available.
@@ -35,12 +38,13 @@ class DataSectionReader {
   const std::uint8_t* ensureSlow(std::uint64_t n);
   bool fill(std::uint64_t n);
 
-  Stream* section_;  // borrowed
+  Stream* section_;  // borrowed; null for a section in memory
   std::uint64_t size_;
   std::uint64_t fetched_ = 0;  // section bytes read into the window so far
   std::vector<std::uint8_t> window_;
-  std::size_t begin_ = 0;
-  std::size_t end_ = 0;
+  const std::uint8_t* base_ = nullptr;  // the window's bytes, or the section in memory
+  std::uint64_t begin_ = 0;
+  std::uint64_t end_ = 0;
 };
 
 }  // namespace qm

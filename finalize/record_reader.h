@@ -5,11 +5,9 @@
 #include <optional>
 
 #include "finalize/data_section_reader.h"
+#include "mdf/data_group_block.h"
 
 namespace qm {
-
-class DataGroupBlock;
-struct RecordLayout;
 
 // One record: its id and its payload without the id. A VLSD record's payload begins with its
 // 4-byte length. The bytes stay valid until the next record is read.
@@ -24,37 +22,149 @@ struct Record {
 // would run past the end of the data section (a torn record is never padded).
 std::int64_t readRecord(const DataGroupBlock& group, DataSectionReader& reader, Record& record);
 
-// Walks a data group's records from the start of its data block, up to the end of its data
-// section or of the stream, whichever comes first.
-// Finds a record id's layout; the small ids loggers use are answered from a direct table, so
-// the per-record path does no hashing after the first record of each id.
+// Tells a record id's payload length; the small ids loggers use are answered from a direct
+// table, so the per-record path does no hashing, and a single load, after the first record of
+// each id.
 class RecordLayoutLookup {
  public:
+  static constexpr std::int64_t kVariable = -1;  // a VLSD record: the length comes first
+  static constexpr std::int64_t kNoLayout = -2;  // no channel group has this id
+
   explicit RecordLayoutLookup(const DataGroupBlock& group);
-  const RecordLayout* find(std::uint64_t record_id);
+  // The data bytes of the record id's channel group, or one of the two values above.
+  std::int64_t payloadLength(std::uint64_t record_id) {
+    if (record_id < kDirect && direct_[record_id] != kNotLooked) return direct_[record_id];
+    return payloadLengthSlow(record_id);
+  }
 
  private:
+  std::int64_t payloadLengthSlow(std::uint64_t record_id);
+
   static constexpr std::uint64_t kDirect = 256;
+  static constexpr std::int64_t kNotLooked = INT64_MIN;
   const DataGroupBlock& group_;
-  const RecordLayout* direct_[kDirect] = {};
+  std::int64_t direct_[kDirect];
 };
 
-// The same as readRecord, with the layouts found through `lookup`.
-std::int64_t readRecord(const DataGroupBlock& group, RecordLayoutLookup& lookup, DataSectionReader& reader,
-                        Record& record);
+// The same as readRecord, with the layouts found through `lookup`. Inline: sorting runs it
+// for every record of the file.
+inline std::int64_t readRecord(const DataGroupBlock& group, RecordLayoutLookup& lookup, DataSectionReader& reader,
+                               Record& record);
 
+// A data section that lies in memory: the data block's whole stream and where the section
+// is in it (up to the end of the section or of the stream, whichever comes first).
+struct SectionInMemory {
+  ByteView memory;
+  std::uint64_t start = 0;
+  std::uint64_t size = 0;
+};
+
+// The group's data section when its data block's stream holds it in memory; none otherwise.
+std::optional<SectionInMemory> dataSectionInMemory(const DataGroupBlock& group);
+
+// Calls visit(record id, payload offset in the memory, payload size) for each record of a
+// section in memory, under the same rules as readRecord, until a record cannot be read or
+// visit returns false. Sorting runs this for every record of a file, so it keeps its state in
+// locals instead of going through a reader object.
+template <typename Visit>
+void scanRecordsInMemory(const DataGroupBlock& group, const SectionInMemory& section, Visit&& visit);
+
+// When the data block's stream holds its content in memory, the records are read in place.
 class RecordIterator {
  public:
   explicit RecordIterator(const DataGroupBlock& group);
 
   // The next record, or null once a record cannot be read (the iteration is then over).
-  const Record* next();
+  const Record* next() {
+    if (!over_ && readRecord(group_, lookup_, reader_, record_) >= 1) return &record_;
+    over_ = true;
+    return nullptr;
+  }
 
  private:
   const DataGroupBlock& group_;
   RecordLayoutLookup lookup_;
-  std::optional<DataSectionReader> reader_;  // none when the group has no data block
+  DataSectionReader reader_;  // over an empty section when the group has no data block
+  bool over_ = false;
   Record record_;
 };
+
+inline std::uint64_t littleEndianValue(const std::uint8_t* bytes, std::size_t n) {
+  switch (n) {
+    case 1:
+      return bytes[0];
+    case 2:
+      return bytes[0] | static_cast<std::uint64_t>(bytes[1]) << 8;
+    case 4:
+      return bytes[0] | static_cast<std::uint64_t>(bytes[1]) << 8 | static_cast<std::uint64_t>(bytes[2]) << 16 |
+             static_cast<std::uint64_t>(bytes[3]) << 24;
+    default: {
+      std::uint64_t value = 0;
+      for (std::size_t i = n; i > 0; --i) value = (value << 8) | bytes[i - 1];
+      return value;
+    }
+  }
+}
+
+inline std::int64_t readRecord(const DataGroupBlock& group, RecordLayoutLookup& lookup, DataSectionReader& reader,
+                               Record& record) {
+  constexpr std::size_t kVlsdLengthPrefix = 4;
+  constexpr std::size_t kMaxRecordIdSize = 8;
+  std::size_t id_size = group.record_id_size;
+  if (id_size > kMaxRecordIdSize || group.record_layouts.empty()) return -1;
+  std::uint64_t record_id = 0;
+  if (id_size > 0) {
+    const std::uint8_t* id_bytes = reader.ensure(id_size);
+    if (id_bytes == nullptr) return -1;
+    record_id = littleEndianValue(id_bytes, id_size);
+  }
+  std::int64_t length = lookup.payloadLength(record_id);
+  if (length == RecordLayoutLookup::kNoLayout) return -1;
+
+  std::uint64_t payload_size = static_cast<std::uint64_t>(length);
+  if (length == RecordLayoutLookup::kVariable) {
+    const std::uint8_t* prefix = reader.ensure(id_size + kVlsdLengthPrefix);
+    if (prefix == nullptr) return -1;
+    payload_size = kVlsdLengthPrefix + littleEndianValue(prefix + id_size, kVlsdLengthPrefix);
+  }
+  std::uint64_t total = id_size + payload_size;
+  if (total == 0) return 0;  // an empty record would never move the position on
+  // A length the rest of the section cannot hold fails here, before any buffer grows for it.
+  const std::uint8_t* bytes = reader.ensure(total);
+  if (bytes == nullptr) return -1;
+  record.record_id = record_id;
+  record.payload = bytes + id_size;
+  record.payload_size = static_cast<std::size_t>(payload_size);
+  reader.consume(static_cast<std::size_t>(total));
+  return static_cast<std::int64_t>(total);
+}
+
+template <typename Visit>
+void scanRecordsInMemory(const DataGroupBlock& group, const SectionInMemory& section, Visit&& visit) {
+  constexpr std::size_t kVlsdLengthPrefix = 4;
+  constexpr std::size_t kMaxRecordIdSize = 8;
+  const std::size_t id_size = group.record_id_size;
+  if (id_size > kMaxRecordIdSize || group.record_layouts.empty()) return;
+  RecordLayoutLookup lookup(group);
+  const std::uint8_t* const base = section.memory.data;
+  const std::uint64_t end = section.start + section.size;
+  for (std::uint64_t at = section.start;;) {
+    const std::uint8_t* bytes = base + at;
+    std::uint64_t left = end - at;
+    if (left < id_size) return;
+    std::uint64_t record_id = id_size > 0 ? littleEndianValue(bytes, id_size) : 0;
+    std::int64_t length = lookup.payloadLength(record_id);
+    if (length == RecordLayoutLookup::kNoLayout) return;
+    std::uint64_t payload_size = static_cast<std::uint64_t>(length);
+    if (length == RecordLayoutLookup::kVariable) {
+      if (left - id_size < kVlsdLengthPrefix) return;
+      payload_size = kVlsdLengthPrefix + littleEndianValue(bytes + id_size, kVlsdLengthPrefix);
+    }
+    std::uint64_t total = id_size + payload_size;
+    if (total == 0 || total > left) return;
+    if (!visit(record_id, at + id_size, payload_size)) return;
+    at += total;
+  }
+}
 
 }  // namespace qm

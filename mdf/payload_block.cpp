@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "mdf/save_context.h"
+#include "stream/overlapped_copy.h"
 
 namespace qm {
 
@@ -38,7 +39,7 @@ std::int64_t PayloadView::seek(std::int64_t offset, int origin) {
   return static_cast<std::int64_t>(position_);
 }
 
-BlockRef PayloadBlock::makeFromMemory(BlockType type, std::unique_ptr<MemoryStream> data) {
+BlockRef PayloadBlock::makeFromStream(BlockType type, std::unique_ptr<Stream> data) {
   if ((type != kType && type != kSecondType) || !data) return nullptr;
   auto block = std::make_shared<PayloadBlock>(type);
   std::int64_t size = streamSize(data.get());
@@ -55,13 +56,18 @@ bool PayloadBlock::load(LoadContext&, Stream* stream, const BlockHeader&, BlockL
   return true;
 }
 
-// Sorted payloads are written straight from memory in one piece: the bytes are the same as a
-// piecewise copy would give, without passing each piece through the output's buffer. A short
-// write (a full disk) fails the save, so no truncated file passes for a converted one.
+// Sorted payloads held in memory are written in one piece, others (gathered from the input)
+// through large buffers that are filled while the previous one is written: the bytes are the
+// same as a copy in small pieces would give, with far fewer calls. A short read or write (a
+// full disk) fails the save, so no truncated file passes for a converted one.
 bool PayloadBlock::writeOwnedData(Stream* output) {
-  std::uint64_t size = owned_data_->size();
-  return size == 0 || streamWrite(output, owned_data_->data(), static_cast<std::size_t>(size)) ==
-                          static_cast<std::int64_t>(size);
+  std::int64_t measured = streamSize(owned_data_.get());
+  if (measured < 0 || !setPosition(owned_data_.get(), 0)) return false;
+  auto size = static_cast<std::uint64_t>(measured);
+  if (ByteView bytes = owned_data_->contents(); bytes.inMemory() && bytes.size == size) {
+    return size == 0 || streamWrite(output, bytes.data, static_cast<std::size_t>(size)) == measured;
+  }
+  return copyOverlapped(owned_data_.get(), output, size);
 }
 
 std::uint8_t PayloadBlock::save(SaveContext& ctx, Block*) {

@@ -1,12 +1,13 @@
 #pragma once
 // Data (DT) and signal data (SD) blocks. Their payload is never read into memory on load: the
 // block is a window on the input stream, read through payloadStream(). Blocks the finalization
-// builds own an in-memory stream instead. Saving copies the payload from the view.
+// builds own the stream of their sorted bytes instead (in memory, or gathered from the input
+// when it is written). Saving copies the payload from the view.
 #include <cstdint>
 #include <memory>
 
 #include "mdf/block.h"
-#include "stream/memory_stream.h"
+#include "stream/stream.h"
 
 namespace qm {
 
@@ -40,7 +41,7 @@ class PayloadBlock : public Block {
 
   // A block whose payload is `data` (owned, closed with the block); its length is 24 plus the
   // data's size, and the save copies it from position 0.
-  static BlockRef makeFromMemory(BlockType type, std::unique_ptr<MemoryStream> data);
+  static BlockRef makeFromStream(BlockType type, std::unique_ptr<Stream> data);
 
   // Records where the payload starts in the stream; reads nothing.
   bool load(LoadContext& ctx, Stream* stream, const BlockHeader& header, BlockList* list) override;
@@ -60,7 +61,7 @@ class PayloadBlock : public Block {
   PayloadView view_;
   Stream* input_ = nullptr;  // borrowed: the stream the block was loaded from
   std::uint64_t payload_start_ = 0;
-  std::unique_ptr<MemoryStream> owned_data_;
+  std::unique_ptr<Stream> owned_data_;
 };
 
 }  // namespace qm

@@ -16,6 +16,7 @@
 #include "mdf/mdf_file.h"
 #include "mdf/payload_block.h"
 #include "stream/file_stream.h"
+#include "stream/memory_stream.h"
 #include "tests/support/temp_dir.h"
 
 namespace qm::test {

@@ -91,7 +91,7 @@ TEST(PayloadBlock, LengthBeyondTheFileIsCutAndMissingLengthGetsAHeader) {
 }
 
 TEST(PayloadBlock, MemoryPayloadIsCopiedWholeFromItsStart) {
-  BlockRef sd = PayloadBlock::makeFromMemory(BlockType::kSD, memoryStreamOf("0123456789abc"));
+  BlockRef sd = PayloadBlock::makeFromStream(BlockType::kSD, memoryStreamOf("0123456789abc"));
   auto* payload = blockAs<PayloadBlock>(sd);
   ASSERT_TRUE(payload);
   EXPECT_EQ(payload->header.length, 37u);
@@ -105,7 +105,7 @@ TEST(PayloadBlock, MemoryPayloadIsCopiedWholeFromItsStart) {
   EXPECT_EQ(out.bytes.substr(1000, 4), "##SD");
   EXPECT_EQ(readU64At(out.bytes, 1008), 37u);
   EXPECT_EQ(out.bytes.substr(1024), "0123456789abc");
-  EXPECT_FALSE(PayloadBlock::makeFromMemory(BlockType::kTX, memoryStreamOf("x")));
+  EXPECT_FALSE(PayloadBlock::makeFromStream(BlockType::kTX, memoryStreamOf("x")));
 }
 
 }  // namespace

@@ -1,0 +1,12 @@
+#include "finalize/sorted_payloads.h"
+
+#include "stream/piece_stream.h"
+
+namespace qm {
+
+std::unique_ptr<Stream> SortedPayloads::release() {
+  if (copies_) return std::move(copies_);
+  return std::make_unique<PieceStream>(memory_, std::move(pieces_));
+}
+
+}  // namespace qm
