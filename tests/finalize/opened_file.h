@@ -21,8 +21,18 @@
 
 namespace qm::test {
 
+// A memory stream that does not show its contents: records are then read piece by piece and
+// sorted by copying, as with an input that is not held in memory.
+class StreamedOnly : public MemoryStream {
+ public:
+  ByteView contents() override { return {}; }
+};
+
+enum class InputKind { kInMemory, kStreamed };
+
 struct OpenedFile {
-  explicit OpenedFile(const std::string& bytes) {
+  explicit OpenedFile(const std::string& bytes, InputKind kind = InputKind::kInMemory)
+      : stream(kind == InputKind::kInMemory ? std::make_unique<MemoryStream>() : std::make_unique<StreamedOnly>()) {
     stream->write(bytes.data(), bytes.size());
     stream->seek(0, kSeekSet);
     file = MdfFile::open(stream.get(), &finalizeLoadHooks());
@@ -30,7 +40,7 @@ struct OpenedFile {
   DataGroupBlock* group(std::size_t i) const { return blockAs<DataGroupBlock>(file->dataGroups()->at(i)); }
   std::size_t groupCount() const { return file->dataGroups()->size(); }
 
-  std::unique_ptr<MemoryStream> stream = std::make_unique<MemoryStream>();  // the file borrows it
+  std::unique_ptr<MemoryStream> stream;  // the file borrows it
   std::unique_ptr<MdfFile> file;
 };
 

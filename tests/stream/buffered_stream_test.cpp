@@ -5,7 +5,9 @@
 #include <random>
 #include <string>
 
+#include "stream/file_stream.h"
 #include "tests/stream/counting_stream.h"
+#include "tests/support/temp_dir.h"
 
 namespace qm {
 namespace {
@@ -88,6 +90,51 @@ TEST(BufferedStream, CloseClosesTheInnerStreamOnce) {
   EXPECT_EQ(buffered->close(), -1);  // nothing left to close
   char c;
   EXPECT_EQ(buffered->read(&c, 1), 0);
+}
+
+// A buffer that can take a whole file is the file mapped: its bytes are there without a read,
+// they behave like a read buffer for every seek and read, and close releases them.
+TEST(BufferedStream, WholeFileBufferOverAFileIsTheMappedFile) {
+  test::TempDir dir;
+  std::string path = dir / "input.MF4";
+  std::string data = bytesOfSize(10000);
+  test::writeFile(path, data);
+  for (std::size_t size : {data.size(), data.size() + 100}) {
+    auto buffered = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), size);
+    ASSERT_NE(buffered, nullptr);
+    ByteView contents = buffered->contents();
+    ASSERT_TRUE(contents.inMemory());
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(contents.data), contents.size), data);
+
+    char buffer[8];
+    EXPECT_EQ(buffered->seek(9996, kSeekSet), 9996);
+    EXPECT_EQ(buffered->read(buffer, 8), 4);
+    EXPECT_EQ(std::string(buffer, 4), data.substr(9996));
+    EXPECT_EQ(buffered->read(buffer, 8), 0);
+    EXPECT_EQ(buffered->seek(20000, kSeekSet), 10000);  // beyond the end the position stays
+    EXPECT_EQ(streamSize(buffered.get()), 10000);
+    EXPECT_EQ(buffered->seek(-10, kSeekEnd), 9990);
+    EXPECT_EQ(buffered->seek(3, kSeekSet), 3);
+    ASSERT_EQ(buffered->read(buffer, 8), 8);
+    EXPECT_EQ(std::string(buffer, 8), data.substr(3, 8));
+
+    EXPECT_EQ(buffered->close(), 0);
+    EXPECT_FALSE(buffered->contents().inMemory());
+    EXPECT_EQ(buffered->read(buffer, 1), 0);
+  }
+}
+
+TEST(BufferedStream, ReadAheadSmallerThanTheFileShowsNoContents) {
+  test::TempDir dir;
+  std::string path = dir / "input.MF4";
+  std::string data = bytesOfSize(5000);
+  test::writeFile(path, data);
+  auto buffered = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), 4096);
+  ASSERT_NE(buffered, nullptr);
+  EXPECT_FALSE(buffered->contents().inMemory());
+  std::string read(5000, '\0');
+  EXPECT_EQ(buffered->read(read.data(), read.size()), 5000);
+  EXPECT_EQ(read, data);
 }
 
 }  // namespace
