@@ -11,8 +11,8 @@ class DataGroupBlock;
 // Whether the group can stay as it is: no record ids and a single channel group.
 bool isAlreadySorted(const DataGroupBlock& group);
 
-// Reads the group's records once, collecting each channel group's payloads, and appends the new
-// data groups to `split_off` in channel-group order. A VLSD channel group becomes a signal data
+// Collects each channel group's payloads from the group's records (the sort table), and appends
+// the new data groups to `split_off` in channel-group order. A VLSD channel group becomes a signal data
 // block linked from the channel that refers to it in the last group split off here; when no
 // such channel exists, it and every channel group behind it stay with the old group and are
 // dropped with it. Records from the first one whose id no channel group claims are dropped.
