@@ -53,7 +53,12 @@ class PieceList {
       while (given < most && at < used) {
         std::uint64_t distance;
         std::uint64_t length;
-        if (!getNumber(bytes, used, at, distance) || !getNumber(bytes, used, at, length)) {
+        if (used - at >= 2 && ((bytes[at] | bytes[at + 1]) & 0x80) == 0) {
+          // Both numbers of one byte: the usual short record near the previous one.
+          distance = bytes[at];
+          length = bytes[at + 1];
+          at += 2;
+        } else if (!getNumber(bytes, used, at, distance) || !getNumber(bytes, used, at, length)) {
           at = used;
           done_ = true;  // a broken list ends here
           break;
@@ -113,6 +118,13 @@ class PieceList {
     std::uint64_t length = pending_.length;
     std::size_t used = used_;
     encoded_end_ = pending_.offset + length;
+    if ((distance | length) < 0x80) {
+      // The usual short record near the previous one: both numbers of one byte.
+      begin[used] = static_cast<std::uint8_t>(distance);
+      begin[used + 1] = static_cast<std::uint8_t>(length);
+      used_ = used + 2;
+      return;
+    }
     std::uint8_t* out = putNumber(putNumber(begin + used, distance), length);
     used_ = static_cast<std::size_t>(out - begin);
   }
