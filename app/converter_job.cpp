@@ -1,5 +1,6 @@
 #include "app/converter_job.h"
 
+#include "app/conversion_guard.h"
 #include "app/log.h"
 #include "finalize/finalize.h"
 #include "finalize/finalize_hooks.h"
@@ -93,10 +94,12 @@ bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& 
     QM_LOG_E("Could not open output file for finalization: %s", output_path.c_str());
     return false;
   }
+  ConversionGuard::setOutput(job.output_root, output_path.view());
   finalize(&file);
   bool saved = saveFinalized(&file, output.get());
   // Closed at once, so the output is complete on disk when this returns and handles never pile up.
   bool closed = output->close() == 0;
+  ConversionGuard::setOutput(nullptr, {});
   if (!(saved && closed)) {
     // A half-written output must not pass for a converted file.
     job.output_root->removeFile(output_path.view());
@@ -107,6 +110,7 @@ bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& 
 
 std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, std::string_view output_stem) {
   if (!job) return kConversionFailed;
+  ConversionGuard guard(input_path);
   std::unique_ptr<Stream> current = openBufferedInput(*job, input_path);
   if (!current) return kConversionFailed;
 

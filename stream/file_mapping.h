@@ -2,8 +2,8 @@
 // A read-only mapping of a whole file. Taking an input's bytes from the page cache in place
 // spares the copy of a read and, above all, the fresh memory a file-sized buffer would need,
 // which costs more than reading the file itself. The price: a file that another program
-// shortens while it is mapped raises SIGBUS on the next access to the lost pages (`--buffer 0`
-// reads instead and is immune).
+// shortens while it is mapped raises SIGBUS on the next access to the lost pages (the program
+// guards its conversions against that; `--buffer 0` reads instead and is immune).
 #include <cstdint>
 #include <cstdio>
 #include <memory>
