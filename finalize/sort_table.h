@@ -1,6 +1,6 @@
 #pragma once
 // The sort table of one unsorted data group: for every record id, the payloads of its channel
-// group in record order, collected in one pass over the group's records.
+// group in record order, collected from the group's records.
 #include <cstdint>
 #include <memory>
 
