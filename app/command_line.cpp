@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "app/input_list.h"
-#include "app/log.h"
 #include "app/version.h"
+#include "base/log.h"
 
 namespace qm {
 namespace {

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "stream/directory_handle.h"
 
 namespace qm {

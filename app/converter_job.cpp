@@ -1,7 +1,7 @@
 #include "app/converter_job.h"
 
 #include "app/conversion_guard.h"
-#include "app/log.h"
+#include "base/log.h"
 #include "finalize/finalize.h"
 #include "finalize/finalize_hooks.h"
 #include "mdf/mdf_file.h"

@@ -1,6 +1,6 @@
 #include "app/input_list.h"
 
-#include "app/hash_map.h"
+#include "base/hash_map.h"
 
 namespace qm {
 namespace {

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/small_string.h"
+#include "base/small_string.h"
 
 namespace qm {
 

@@ -2,7 +2,7 @@
 
 #include <cctype>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace qm {
 namespace {

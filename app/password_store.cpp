@@ -5,7 +5,7 @@
 #include <climits>
 #include <memory>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "regex/regex.h"
 #include "stream/directory_handle.h"
 

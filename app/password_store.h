@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "app/hash_map.h"
-#include "app/small_string.h"
+#include "base/hash_map.h"
+#include "base/small_string.h"
 
 namespace qm {
 

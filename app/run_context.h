@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "app/password_store.h"
-#include "app/small_string.h"
+#include "base/small_string.h"
 #include "stream/directory_handle.h"
 
 namespace qm {

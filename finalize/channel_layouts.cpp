@@ -1,6 +1,6 @@
 #include "finalize/channel_layouts.h"
 
-#include "app/log.h"
+#include "base/log.h"
 #include "finalize/conversion.h"
 #include "mdf/channel_block.h"
 #include "mdf/channel_group_block.h"

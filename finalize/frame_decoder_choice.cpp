@@ -1,6 +1,6 @@
 #include <string_view>
 
-#include "app/hash_map.h"
+#include "base/hash_map.h"
 #include "finalize/frame_decoders.h"
 
 namespace qm {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "app/hash_map.h"
+#include "base/hash_map.h"
 #include "finalize/sorted_payloads.h"
 #include "stream/stream.h"
 

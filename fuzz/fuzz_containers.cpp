@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "stream/compressed_stream.h"
 #include "stream/container_header.h"
 #include "stream/encrypted_stream.h"

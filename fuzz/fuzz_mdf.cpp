@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "finalize/finalize.h"
 #include "finalize/finalize_hooks.h"
 #include "mdf/mdf_file.h"

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "app/log.h"
 #include "app/password_store.h"
+#include "base/log.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   qm::setLogThreshold(qm::kLogFatal + 1);

@@ -3,7 +3,7 @@
 #include <limits>
 #include <vector>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "mdf/chain_block.h"
 #include "mdf/channel_block.h"
 #include "mdf/channel_group_block.h"

@@ -1,6 +1,6 @@
 #include "mdf/channel_group_block.h"
 
-#include "app/log.h"
+#include "base/log.h"
 #include "mdf/block_factory.h"
 #include "mdf/load_hooks.h"
 #include "mdf/save_context.h"

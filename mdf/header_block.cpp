@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "mdf/block_factory.h"
 #include "mdf/id_block.h"
 #include "mdf/save_context.h"

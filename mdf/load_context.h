@@ -4,7 +4,7 @@
 // (so lengths and counts can be checked before they allocate) and the finalization's hooks.
 #include <cstdint>
 
-#include "app/hash_map.h"
+#include "base/hash_map.h"
 #include "mdf/block.h"
 
 namespace qm {

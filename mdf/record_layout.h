@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "app/hash_map.h"
-#include "app/small_string.h"
+#include "base/hash_map.h"
+#include "base/small_string.h"
 
 namespace qm {
 

@@ -1,6 +1,6 @@
 #include "mdf/save_context.h"
 
-#include "app/log.h"
+#include "base/log.h"
 #include "stream/stream_reader.h"
 
 namespace qm {

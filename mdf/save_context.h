@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "app/hash_map.h"
+#include "base/hash_map.h"
 #include "mdf/block.h"
 #include "stream/stream_reader.h"
 

@@ -2,7 +2,7 @@
 // Text (TX) and XML metadata (MD) blocks: the data section held whole, zero bytes included.
 #include <string_view>
 
-#include "app/small_string.h"
+#include "base/small_string.h"
 #include "mdf/block.h"
 
 namespace qm {

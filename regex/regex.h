@@ -23,7 +23,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/small_string.h"
+#include "base/small_string.h"
 
 namespace qm {
 

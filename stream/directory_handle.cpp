@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "stream/file_stream.h"
 
 namespace qm {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/small_string.h"
+#include "base/small_string.h"
 #include "stream/stream.h"
 
 namespace qm {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <type_traits>
 
-#include "app/small_string.h"
+#include "base/small_string.h"
 #include "stream/stream.h"
 
 namespace qm {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "finalize/conversion.h"
 #include "tests/finalize/opened_file.h"
 #include "tests/support/mdf_builder.h"

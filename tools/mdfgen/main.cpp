@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "tools/mdfgen/byte_sink.h"
 #include "tools/mdfgen/byte_source.h"
 #include "tools/mdfgen/container_wrap.h"

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-#include "app/hash_map.h"
+#include "base/hash_map.h"
 #include "tools/mdfgen/little_endian.h"
 
 namespace qm {

@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/small_string.h"
+#include "base/small_string.h"
 
 namespace qm {
 

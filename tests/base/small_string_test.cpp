@@ -1,4 +1,4 @@
-#include "app/small_string.h"
+#include "base/small_string.h"
 
 #include <gtest/gtest.h>
 

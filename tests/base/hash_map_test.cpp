@@ -1,4 +1,4 @@
-#include "app/hash_map.h"
+#include "base/hash_map.h"
 
 #include <gtest/gtest.h>
 
