@@ -5,6 +5,8 @@
 
 #include <new>
 
+#include "stream/mapping_fault_watch.h"
+
 namespace qm {
 
 std::unique_ptr<FileMapping> FileMapping::map(std::FILE* file, std::uint64_t largest) {
@@ -19,11 +21,18 @@ std::unique_ptr<FileMapping> FileMapping::map(std::FILE* file, std::uint64_t lar
   // Populated at once: one call maps every page instead of one fault per page later on.
   void* data = mmap(nullptr, static_cast<std::size_t>(size), PROT_READ, MAP_PRIVATE | MAP_POPULATE, descriptor, 0);
   if (data == MAP_FAILED) return nullptr;
-  auto* mapping = new (std::nothrow) FileMapping(static_cast<const std::uint8_t*>(data), size);
-  if (mapping == nullptr) munmap(data, static_cast<std::size_t>(size));
+  int watch_slot = WatchedMappings::add(data, static_cast<std::size_t>(size));
+  auto* mapping = new (std::nothrow) FileMapping(static_cast<const std::uint8_t*>(data), size, watch_slot);
+  if (mapping == nullptr) {
+    WatchedMappings::remove(watch_slot);
+    munmap(data, static_cast<std::size_t>(size));
+  }
   return std::unique_ptr<FileMapping>(mapping);
 }
 
-FileMapping::~FileMapping() { munmap(const_cast<std::uint8_t*>(data_), static_cast<std::size_t>(size_)); }
+FileMapping::~FileMapping() {
+  WatchedMappings::remove(watch_slot_);
+  munmap(const_cast<std::uint8_t*>(data_), static_cast<std::size_t>(size_));
+}
 
 }  // namespace qm

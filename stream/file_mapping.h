@@ -2,8 +2,8 @@
 // A read-only mapping of a whole file. Taking an input's bytes from the page cache in place
 // spares the copy of a read and, above all, the fresh memory a file-sized buffer would need,
 // which costs more than reading the file itself. The price: a file that another program
-// shortens while it is mapped raises SIGBUS on the next access to the lost pages (the program
-// guards its conversions against that; `--buffer 0` reads instead and is immune).
+// shortens while it is mapped raises SIGBUS on the next access to the lost pages; a mapping
+// made under a `MappingFaultWatch` reads zeros there instead and the watch tells.
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -25,10 +25,12 @@ class FileMapping {
   std::uint64_t size() const { return size_; }
 
  private:
-  FileMapping(const std::uint8_t* data, std::uint64_t size) : data_(data), size_(size) {}
+  FileMapping(const std::uint8_t* data, std::uint64_t size, int watch_slot)
+      : data_(data), size_(size), watch_slot_(watch_slot) {}
 
   const std::uint8_t* data_;
   std::uint64_t size_;
+  int watch_slot_;  // registration with the fault watch, -1 when unwatched
 };
 
 }  // namespace qm

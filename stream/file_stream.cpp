@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <cerrno>
+
 namespace qm {
 
 std::unique_ptr<FileStream> FileStream::open(const char* path, int mode) {
@@ -30,6 +32,7 @@ std::int64_t FileStream::write(const void* buffer, std::size_t count) {
   if (!writable_) return kStreamMissingOp;
   if (!file_) return kStreamRefused;
   std::size_t n = std::fwrite(buffer, 1, count, file_);
+  if (n < count) noteError();
   position_ += static_cast<std::int64_t>(n);
   return static_cast<std::int64_t>(n);
 }
@@ -58,8 +61,22 @@ std::int64_t FileStream::seek(std::int64_t offset, int origin) {
 int FileStream::close() {
   if (!file_) return 0;
   int status = std::fclose(file_);
+  if (status != 0) noteError();
   file_ = nullptr;
   return status;
+}
+
+bool FileStream::syncToDisk(int (*sync_file)(int descriptor)) {
+  if (!file_ || !sync_file) return false;
+  if (std::fflush(file_) != 0 || sync_file(fileno(file_)) != 0) {
+    noteError();
+    return false;
+  }
+  return true;
+}
+
+void FileStream::noteError() {
+  if (error_ == 0) error_ = errno != 0 ? errno : EIO;
 }
 
 }  // namespace qm

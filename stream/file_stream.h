@@ -31,6 +31,11 @@ class FileStream : public Stream {
   int close() override;
 
   bool isOpen() const { return file_ != nullptr; }
+  // The system's reason (an errno value) for the first write or close that failed; 0 if none.
+  int lastError() const { return error_; }
+  // Hands buffered bytes to the system and asks it to put them on the disk with `sync_file`
+  // (fsync, or a stand-in for tests). False on failure, with the reason in lastError().
+  bool syncToDisk(int (*sync_file)(int descriptor));
   // The whole file mapped into memory for reading; null when the stream cannot read, the file
   // is larger than `largest` bytes or cannot be mapped.
   std::unique_ptr<FileMapping> mapWhole(std::uint64_t largest) const {
@@ -40,6 +45,7 @@ class FileStream : public Stream {
  private:
   FileStream(std::FILE* file, bool readable, bool writable)
       : file_(file), readable_(readable), writable_(writable) {}
+  void noteError();
 
   std::FILE* file_;
   bool readable_;
@@ -47,6 +53,7 @@ class FileStream : public Stream {
   // Advanced by every transfer and refreshed after every seek, so that re-seeking to where the
   // stream already is costs nothing.
   std::int64_t position_ = 0;
+  int error_ = 0;
 };
 
 }  // namespace qm
