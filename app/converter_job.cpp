@@ -1,6 +1,5 @@
 #include "app/converter_job.h"
 
-#include "app/conversion_guard.h"
 #include "base/log.h"
 #include "finalize/finalize.h"
 #include "finalize/finalize_hooks.h"
@@ -9,11 +8,13 @@
 #include "stream/compressed_stream.h"
 #include "stream/container_header.h"
 #include "stream/encrypted_stream.h"
+#include "stream/key_derivation_rounds.h"
+#include "stream/mapping_fault_watch.h"
+#include "stream/output_file.h"
 
 namespace qm {
 namespace {
 
-constexpr const char* kOutputSuffix = "_fin.MF4";
 constexpr int kMaxContainerLayers = 32;
 
 int viewLength(std::string_view text) { return static_cast<int>(text.size()); }
@@ -34,7 +35,17 @@ std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_v
 
 // Peels container layers off the stream until plain content is left. Returns 0 with `current`
 // replaced by the innermost layer, or the result code of the failure (the stream is closed).
-std::int32_t unwrapContainers(const ConverterJob& job, std::unique_ptr<Stream>& current, bool& inner_close_failed) {
+// One hostile file must not stall a whole batch for hours in the key derivation.
+bool keyDerivationWithinLimit(Stream* container, std::string_view input_path) {
+  std::uint32_t rounds = 0;
+  if (!readKeyDerivationRounds(container, &rounds) || rounds <= kMaxKeyDerivationRounds) return true;
+  QM_LOG_E("Encrypted file %.*s asks for %u key derivation rounds; more than %u are refused",
+           viewLength(input_path), input_path.data(), rounds, kMaxKeyDerivationRounds);
+  return false;
+}
+
+std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_path, std::unique_ptr<Stream>& current,
+                              bool& inner_close_failed) {
   ContainerHeader header{};
   for (int layers = 0; detectContainer(current.get(), &header) == 1; ++layers) {
     // Real files nest two or three layers; a container that unwraps to itself would never end.
@@ -52,6 +63,10 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::unique_ptr<Stream>& 
       const SmallString* password = job.options->password_store.findForDevice(header.device_id);
       if (!password) {
         QM_LOG_E("No password found for device %X", header.device_id);
+        current->close();
+        return kNoPassword;
+      }
+      if (!keyDerivationWithinLimit(current.get(), input_path)) {
         current->close();
         return kNoPassword;
       }
@@ -78,6 +93,35 @@ void deleteInput(const ConverterJob& job, std::string_view input_path) {
   }
 }
 
+std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path, std::string_view output_stem) {
+  std::unique_ptr<Stream> current = openBufferedInput(job, input_path);
+  if (!current) return kConversionFailed;
+
+  bool inner_close_failed = false;
+  if (std::int32_t result = unwrapContainers(job, input_path, current, inner_close_failed); result != kConverted) {
+    return result;
+  }
+
+  std::unique_ptr<MdfFile> file = MdfFile::open(current.get(), &finalizeLoadHooks());
+  if (!file || !file->header()) {
+    file.reset();
+    current->close();
+    return kConversionFailed;
+  }
+
+  bool converted = openOutput(job, output_stem, *file);
+
+  if (current->close() != 0 || inner_close_failed) {
+    QM_LOG_E("Could not close input file after conversion: %.*s", viewLength(input_path), input_path.data());
+    file.reset();
+    current->close();
+    return kConversionFailed;
+  }
+  if (!converted) return kConversionFailed;
+  if (job.options->delete_converted) deleteInput(job, input_path);
+  return kConverted;
+}
+
 }  // namespace
 
 std::unique_ptr<ConverterJob> ConverterJob::create(DirectoryHandle* root, DirectoryHandle* output,
@@ -89,54 +133,34 @@ std::unique_ptr<ConverterJob> ConverterJob::create(DirectoryHandle* root, Direct
 bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& file) {
   SmallString output_path(output_stem);
   output_path.append(kOutputSuffix);
-  std::unique_ptr<Stream> output = job.output_root->open(output_path.view(), kOpenWrite);
+  // Only an output whose input is about to be removed needs to be on the disk before that.
+  std::unique_ptr<OutputFile> output =
+      OutputFile::create(*job.output_root, output_path.view(), job.options->delete_converted);
   if (!output) {
     QM_LOG_E("Could not open output file for finalization: %s", output_path.c_str());
     return false;
   }
-  ConversionGuard::setOutput(job.output_root, output_path.view());
   finalize(&file);
-  bool saved = saveFinalized(&file, output.get());
-  // Closed at once, so the output is complete on disk when this returns and handles never pile up.
-  bool closed = output->close() == 0;
-  ConversionGuard::setOutput(nullptr, {});
-  if (!(saved && closed)) {
-    // A half-written output must not pass for a converted file.
-    job.output_root->removeFile(output_path.view());
+  bool saved = saveFinalized(&file, output->stream());
+  // Bytes read from an input that shrank under us are zeros, not data.
+  const MappingFaultWatch* watch = MappingFaultWatch::current();
+  if (!saved || (watch && watch->pagesLost())) {
+    output->abandon();
     return false;
   }
-  return true;
+  return output->commit();
 }
 
 std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, std::string_view output_stem) {
   if (!job) return kConversionFailed;
-  ConversionGuard guard(input_path);
-  std::unique_ptr<Stream> current = openBufferedInput(*job, input_path);
-  if (!current) return kConversionFailed;
-
-  bool inner_close_failed = false;
-  if (std::int32_t result = unwrapContainers(*job, current, inner_close_failed); result != kConverted) {
-    return result;
-  }
-
-  std::unique_ptr<MdfFile> file = MdfFile::open(current.get(), &finalizeLoadHooks());
-  if (!file || !file->header()) {
-    file.reset();
-    current->close();
+  // Outlives every mapping of this conversion's input.
+  MappingFaultWatch watch;
+  std::int32_t result = convertWatched(*job, input_path, output_stem);
+  if (watch.pagesLost()) {
+    QM_LOG_E("Input file changed during conversion: %.*s", viewLength(input_path), input_path.data());
     return kConversionFailed;
   }
-
-  bool converted = openOutput(*job, output_stem, *file);
-
-  if (current->close() != 0 || inner_close_failed) {
-    QM_LOG_E("Could not close input file after conversion: %.*s", viewLength(input_path), input_path.data());
-    file.reset();
-    current->close();
-    return kConversionFailed;
-  }
-  if (!converted) return kConversionFailed;
-  if (job->options->delete_converted) deleteInput(*job, input_path);
-  return kConverted;
+  return result;
 }
 
 }  // namespace qm

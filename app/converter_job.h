@@ -11,6 +11,9 @@ namespace qm {
 
 class MdfFile;
 
+// Appended to an input's stem to name its output.
+inline constexpr std::string_view kOutputSuffix = "_fin.MF4";
+
 // Result codes of converting one file.
 enum ConversionResult : std::int32_t {
   kConverted = 0,

@@ -26,26 +26,6 @@ std::string_view directoryPart(std::string_view path) {
   return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
-std::int32_t walkFile(const ConverterJob& job, std::string_view input_path, std::string_view output_path) {
-  if (!acceptFileName(input_path)) return 0;
-  std::string_view stem = withoutExtension(output_path);
-  makeOutputDirectories(*job.output_root, directoryPart(stem));
-  std::int32_t result = convertFile(&job, input_path, stem);
-  if (result != 0) QM_LOG_E("Error during conversion of %.*s", viewLength(input_path), input_path.data());
-  return result;
-}
-
-std::int32_t walkFolder(const ConverterJob& job, std::string_view input_path, std::string_view output_path) {
-  std::vector<DirectoryEntry> entries;
-  job.root_directory->list(input_path, &entries);
-  std::int32_t result = 0;
-  for (const DirectoryEntry& entry : entries) {
-    result |= walkEntry(job, joinPath(input_path, entry.name.view()).view(),
-                        joinPath(output_path, entry.name.view()).view());
-  }
-  return result;
-}
-
 }  // namespace
 
 bool acceptFileName(std::string_view path) {
@@ -85,9 +65,34 @@ void makeOutputDirectories(const DirectoryHandle& output_root, std::string_view 
   }
 }
 
-std::int32_t walkEntry(const ConverterJob& job, std::string_view input_path, std::string_view output_path) {
+std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view output_path) {
+  if (!acceptFileName(input_path)) return 0;
+  std::string_view stem = withoutExtension(output_path);
+  makeOutputDirectories(*job_.output_root, directoryPart(stem));
+  std::int32_t result = kConversionFailed;
+  SmallString output_file(stem);
+  output_file.append(kOutputSuffix);
+  if (claims_.claim(*job_.root_directory, input_path, *job_.output_root, output_file.view())) {
+    result = convertFile(&job_, input_path, stem);
+  }
+  if (result != 0) QM_LOG_E("Error during conversion of %.*s", viewLength(input_path), input_path.data());
+  return result;
+}
+
+std::int32_t InputWalk::walkFolder(std::string_view input_path, std::string_view output_path) {
+  std::vector<DirectoryEntry> entries;
+  job_.root_directory->list(input_path, &entries);
+  claims_.notePendingFolder(*job_.root_directory, input_path, entries);
+  std::int32_t result = 0;
+  for (const DirectoryEntry& entry : entries) {
+    result |= walkEntry(joinPath(input_path, entry.name.view()).view(), joinPath(output_path, entry.name.view()).view());
+  }
+  return result;
+}
+
+std::int32_t InputWalk::walkEntry(std::string_view input_path, std::string_view output_path) {
   DirectoryEntry entry;
-  if (!job.root_directory->stat(input_path, &entry)) {
+  if (!job_.root_directory->stat(input_path, &entry)) {
     QM_LOG_F("Error during stat of %.*s, exiting", viewLength(input_path), input_path.data());
     return 0;
   }
@@ -96,29 +101,41 @@ std::int32_t walkEntry(const ConverterJob& job, std::string_view input_path, std
       QM_LOG_W("Could not find input file/folder %.*s", viewLength(input_path), input_path.data());
       return 1;
     case kEntryFile:
-      return walkFile(job, input_path, output_path);
+      return walkFile(input_path, output_path);
     case kEntryDirectory:
-      return walkFolder(job, input_path, output_path);
+      return walkFolder(input_path, output_path);
     default:
       return 129;
   }
 }
 
-bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs) {
+bool InputWalk::run(const std::vector<SmallString>& inputs) {
+  // Files named on the command line are still to be converted too, until their turn comes.
+  for (const SmallString& name : inputs) {
+    DirectoryEntry entry;
+    if (job_.root_directory->stat(name.view(), &entry) && entry.type == kEntryFile) {
+      claims_.notePendingFile(*job_.root_directory, name.view());
+    }
+  }
   bool failed = false;
   for (const SmallString& name : inputs) {
     SmallString output = name;
-    if (!job.options->no_append_root) {
+    if (!job_.options->no_append_root) {
       DirectoryEntry entry;
-      if (!job.root_directory->stat(name.view(), &entry)) {
+      if (!job_.root_directory->stat(name.view(), &entry)) {
         QM_LOG_F("Could not query %.*s for information", viewLength(name.view()), name.data());
         return true;
       }
       if (entry.type == kEntryDirectory) output = outputNameForFolder(name.view());
     }
-    failed |= walkEntry(job, name.view(), output.view()) != 0;
+    failed |= walkEntry(name.view(), output.view()) != 0;
   }
   return failed;
+}
+
+bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs) {
+  InputWalk walk(job);
+  return walk.run(inputs);
 }
 
 }  // namespace qm

@@ -5,14 +5,29 @@
 #include <vector>
 
 #include "app/converter_job.h"
+#include "app/output_claims.h"
 
 namespace qm {
 
 // True when any input failed.
 bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs);
 
-// Converts a file or walks a folder; the OR of the result codes, 0 for success.
-std::int32_t walkEntry(const ConverterJob& job, std::string_view input_path, std::string_view output_path);
+// One walk over the inputs of a run.
+class InputWalk {
+ public:
+  explicit InputWalk(const ConverterJob& job) : job_(job) {}
+  // True when any input failed.
+  bool run(const std::vector<SmallString>& inputs);
+  // Converts a file or walks a folder; the OR of the result codes, 0 for success.
+  std::int32_t walkEntry(std::string_view input_path, std::string_view output_path);
+
+ private:
+  std::int32_t walkFile(std::string_view input_path, std::string_view output_path);
+  std::int32_t walkFolder(std::string_view input_path, std::string_view output_path);
+
+  const ConverterJob& job_;
+  OutputClaims claims_;
+};
 
 // mf4, mfc, mfe or mfm, in any case.
 bool acceptFileName(std::string_view path);

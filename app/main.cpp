@@ -1,4 +1,5 @@
 // quillmend: finalizes the MDF4 files that CAN/LIN bus loggers write, layer by layer.
+#include <csignal>
 #include <memory>
 #include <new>
 
@@ -8,6 +9,8 @@
 #include "app/run_context.h"
 
 int main(int argc, char** argv) {
+  // A file-size limit must fail the one write that crosses it, not kill the run.
+  std::signal(SIGXFSZ, SIG_IGN);
   int exit_status = qm::kExitOk;
   std::unique_ptr<qm::RunContext> context(new (std::nothrow) qm::RunContext());
   // Without memory there is nothing to report; deliberately no failure status.

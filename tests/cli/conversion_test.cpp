@@ -81,8 +81,8 @@ TEST_F(Conversion, OutputDirectoryAndNoAppendRoot) {
 TEST_F(Conversion, DeleteRemovesOnlyConvertedInputs) {
   put("a.MF4", unfinalizedFile());
   put("b.MF4", unfinalizedFile());
-  // The output of b cannot be created: a folder stands where the file would go.
-  fs::create_directories(path("b_fin.MF4"));
+  // The output of b cannot be created: a folder stands where its file is written.
+  fs::create_directories(path("b_fin.MF4.partial"));
   ProgramRun r = run({"-d", "a.MF4", "b.MF4"});
   EXPECT_EQ(r.status, 1);
   EXPECT_FALSE(exists("a.MF4"));

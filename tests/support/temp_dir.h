@@ -9,8 +9,10 @@ namespace qm::test {
 
 class TempDir {
  public:
-  TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qm-test-XXXXXX").string();
+  TempDir() : TempDir(std::filesystem::temp_directory_path()) {}
+  // Under another folder, for instance memory-backed /dev/shm where flushing to disk costs nothing.
+  explicit TempDir(const std::filesystem::path& parent) {
+    std::string pattern = (parent / "qm-test-XXXXXX").string();
     path_ = mkdtemp(pattern.data()) ? std::filesystem::path(pattern) : std::filesystem::path();
   }
   ~TempDir() {

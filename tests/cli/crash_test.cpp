@@ -1,0 +1,126 @@
+// A run that deletes its inputs is killed at random moments (the kill is what is tried here, not
+// a power cut, so the files live in memory-backed /dev/shm where there is one: flushing is free). Whenever it dies, every input
+// either still exists or has a complete output, no file under a final output name is partial,
+// and a second run finishes the work. QM_CRASH_RUNS sets how many kills (30 by default);
+// QM_CRASH_SEED picks other moments.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "tests/support/run_program.h"
+
+namespace qm::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kInputCount = 50;
+
+int environmentNumber(const char* name, int fallback) {
+  const char* text = std::getenv(name);
+  return text ? std::atoi(text) : fallback;
+}
+
+fs::path fastTemporaryFolder() {
+  return fs::is_directory("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
+}
+
+std::string inputName(int i) { return "f" + std::to_string(i) + (i % 3 == 0 ? ".MFC" : ".MF4"); }
+std::string outputName(int i) { return "f" + std::to_string(i) + "_fin.MF4"; }
+
+bool verifies(const fs::path& file) {
+  return runProgram(QM_MDFGEN, {"--verify", file.string()}, ".").status == 0;
+}
+
+class CrashSafety : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fs::create_directories(pristine());
+    for (int i = 0; i < kInputCount; ++i) {
+      std::vector<std::string> args = {"--size", std::to_string(16 + 2 * i) + "k", "--seed", std::to_string(i + 1),
+                                       "--out", (pristine() / inputName(i)).string()};
+      if (i % 3 == 0) args.push_back("--compress");
+      ASSERT_EQ(runProgram(QM_MDFGEN, args, ".").status, 0);
+    }
+  }
+  fs::path pristine() const { return dir_.path() / "pristine"; }
+  fs::path work() const { return dir_.path() / "work"; }
+  fs::path inputs() const { return work() / "logs"; }
+  fs::path outputs() const { return work() / "out/logs_out"; }
+
+  void freshInputs() {
+    fs::remove_all(work());
+    fs::create_directories(work() / "out");
+    fs::copy(pristine(), inputs());
+  }
+  ProgramProcess start() { return ProgramProcess(QM_BINARY, {"-d", "-O", "out", "logs"}, work().string()); }
+
+  // What must hold at every moment: nothing lost, nothing partial under a final name.
+  void expectNothingLost() {
+    for (int i = 0; i < kInputCount; ++i) {
+      if (fs::exists(inputs() / inputName(i))) continue;
+      EXPECT_TRUE(fs::exists(outputs() / outputName(i))) << inputName(i) << " is gone without its output";
+    }
+    if (!fs::exists(outputs())) return;
+    for (const auto& entry : fs::directory_iterator(outputs())) {
+      if (entry.path().extension() == ".MF4") EXPECT_TRUE(verifies(entry.path())) << entry.path() << " is partial";
+    }
+  }
+
+  // `converted_now` lists the inputs of the finishing run: only their outputs are new.
+  void expectAllConverted(const std::vector<int>& converted_now) {
+    for (int i = 0; i < kInputCount; ++i) {
+      EXPECT_FALSE(fs::exists(inputs() / inputName(i)));
+      EXPECT_TRUE(fs::exists(outputs() / outputName(i))) << outputName(i);
+    }
+    for (int i : converted_now) EXPECT_TRUE(verifies(outputs() / outputName(i))) << outputName(i);
+    for (const auto& entry : fs::directory_iterator(outputs())) {
+      EXPECT_NE(entry.path().extension(), ".partial") << "a second run replaces what a killed one left";
+    }
+  }
+
+  std::vector<int> remainingInputs() const {
+    std::vector<int> remaining;
+    for (int i = 0; i < kInputCount; ++i) {
+      if (fs::exists(inputs() / inputName(i))) remaining.push_back(i);
+    }
+    return remaining;
+  }
+
+  TempDir dir_{fastTemporaryFolder()};
+};
+
+TEST_F(CrashSafety, KilledAtAnyMomentARunLosesNothingAndTheNextOneFinishes) {
+  freshInputs();
+  auto began = std::chrono::steady_clock::now();
+  std::vector<int> all = remainingInputs();
+  ASSERT_EQ(start().wait().status, 0);
+  auto whole_run = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began);
+  expectAllConverted(all);
+
+  std::mt19937 random(static_cast<unsigned>(environmentNumber("QM_CRASH_SEED", 20261122)));
+  std::uniform_int_distribution<long> moment(0, whole_run.count());
+  const int runs = environmentNumber("QM_CRASH_RUNS", 30);
+  for (int run = 0; run < runs && !HasFailure(); ++run) {
+    SCOPED_TRACE("kill " + std::to_string(run));
+    freshInputs();
+    {
+      ProgramProcess killed = start();
+      std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
+      kill(killed.pid(), SIGKILL);
+      killed.wait();
+    }
+    expectNothingLost();
+    std::vector<int> remaining = remainingInputs();
+    ProgramRun second = start().wait();
+    EXPECT_EQ(second.status, 0) << second.err;
+    expectAllConverted(remaining);
+  }
+}
+
+}  // namespace
+}  // namespace qm::test
