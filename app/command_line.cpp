@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/conversion_pool.h"
 #include "app/input_list.h"
 #include "app/version.h"
 #include "base/log.h"
@@ -91,6 +92,7 @@ struct ArgumentTable {
   struct arg_file* password_file;
   struct arg_str* output_directory;
   struct arg_lit* input_files_doc;
+  struct arg_int* jobs;
   struct arg_str* inputs;
   struct arg_end* end;
   std::vector<void*> entries;
@@ -113,11 +115,14 @@ void buildTable(ArgumentTable& t, int argc) {
   // A documentation row: it shows in the glossary how inputs are given; "-i" itself does nothing.
   t.input_files_doc =
       arg_lit0("i", "input-files=<file(s)/folder(s)>", "list of input files/folders, must have common root");
+  t.jobs = arg_int0("j", "jobs", "<n>",
+                    "convert up to n files at the same time, 0 = one per processor; defaults to 1");
   t.inputs = arg_strn(nullptr, nullptr, "file(s)/folder(s)", 1, argc > 2 ? argc - 1 : 1, nullptr);
   t.end = arg_end(20);
   void* all[] = {t.help,          t.version,          t.verbosity,       t.non_interactive,
                  t.delete_converted, t.no_append_root, t.buffer,        t.password_file,
-                 t.output_directory, t.input_files_doc, t.inputs,       t.end};
+                 t.output_directory, t.input_files_doc, t.jobs,         t.inputs,
+                 t.end};
   for (void* entry : all) t.entries.push_back(entry);
 }
 
@@ -168,6 +173,8 @@ void copyOptions(const ArgumentTable& t, ConversionOptions& options) {
   options.non_interactive = t.non_interactive->count == 1;
   options.buffer_size = t.buffer->count > 0 ? static_cast<std::int64_t>(t.buffer->ival[0]) : -1;
   if (t.output_directory->count > 0) options.output_directory = SmallString(t.output_directory->sval[0]);
+  options.jobs = t.jobs->count > 0 ? t.jobs->ival[0] : 1;
+  options.memory_budget = defaultMemoryBudget();
 }
 
 bool openDirectories(RunContext& context) {
@@ -217,6 +224,11 @@ bool parseCommandLine(RunContext& context, int argc, char** argv, int* exit_stat
       *exit_status = kExitBadOption;
       return false;
     }
+  }
+  // A negative count of jobs is misuse, like a number that does not parse.
+  if (table.jobs->count > 0 && table.jobs->ival[0] < 0) {
+    *exit_status = kExitBadOption;
+    return false;
   }
   setLogThreshold(threshold);
 

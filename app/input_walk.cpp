@@ -26,6 +26,16 @@ std::string_view directoryPart(std::string_view path) {
   return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
+void reportFailure(std::string_view input_path) {
+  QM_LOG_E("Error during conversion of %.*s", viewLength(input_path), input_path.data());
+}
+
+std::int32_t convertAndReport(const ConverterJob& job, std::string_view input_path, std::string_view output_stem) {
+  std::int32_t result = convertFile(&job, input_path, output_stem);
+  if (result != 0) reportFailure(input_path);
+  return result;
+}
+
 }  // namespace
 
 bool acceptFileName(std::string_view path) {
@@ -65,18 +75,22 @@ void makeOutputDirectories(const DirectoryHandle& output_root, std::string_view 
   }
 }
 
-std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view output_path) {
+std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view output_path, std::int64_t size) {
   if (!acceptFileName(input_path)) return 0;
   std::string_view stem = withoutExtension(output_path);
   makeOutputDirectories(*job_.output_root, directoryPart(stem));
-  std::int32_t result = kConversionFailed;
   SmallString output_file(stem);
   output_file.append(kOutputSuffix);
-  if (claims_.claim(*job_.root_directory, input_path, *job_.output_root, output_file.view())) {
-    result = convertFile(&job_, input_path, stem);
+  if (!claims_.claim(*job_.root_directory, input_path, *job_.output_root, output_file.view())) {
+    reportFailure(input_path);
+    return kConversionFailed;
   }
-  if (result != 0) QM_LOG_E("Error during conversion of %.*s", viewLength(input_path), input_path.data());
-  return result;
+  if (!pool_) return convertAndReport(job_, input_path, stem);
+  pool_->submit(conversionMemoryEstimate(input_path, size),
+                [this, input = SmallString(input_path), output_stem = SmallString(stem)] {
+                  if (convertAndReport(job_, input.view(), output_stem.view()) != 0) pool_failed_ = true;
+                });
+  return 0;
 }
 
 std::int32_t InputWalk::walkFolder(std::string_view input_path, std::string_view output_path) {
@@ -101,7 +115,7 @@ std::int32_t InputWalk::walkEntry(std::string_view input_path, std::string_view 
       QM_LOG_W("Could not find input file/folder %.*s", viewLength(input_path), input_path.data());
       return 1;
     case kEntryFile:
-      return walkFile(input_path, output_path);
+      return walkFile(input_path, output_path, entry.size);
     case kEntryDirectory:
       return walkFolder(input_path, output_path);
     default:
@@ -110,6 +124,20 @@ std::int32_t InputWalk::walkEntry(std::string_view input_path, std::string_view 
 }
 
 bool InputWalk::run(const std::vector<SmallString>& inputs) {
+  int workers = workersForJobs(job_.options->jobs);
+  if (workers <= 1) return walkInputs(inputs);
+  bool failed;
+  {
+    ConversionPool pool(workers, job_.options->memory_budget);
+    pool_ = &pool;
+    failed = walkInputs(inputs);
+    pool.waitForAll();
+    pool_ = nullptr;
+  }
+  return failed || pool_failed_;
+}
+
+bool InputWalk::walkInputs(const std::vector<SmallString>& inputs) {
   // Files named on the command line are still to be converted too, until their turn comes.
   for (const SmallString& name : inputs) {
     DirectoryEntry entry;
@@ -131,6 +159,15 @@ bool InputWalk::run(const std::vector<SmallString>& inputs) {
     failed |= walkEntry(name.view(), output.view()) != 0;
   }
   return failed;
+}
+
+std::uint64_t conversionMemoryEstimate(std::string_view input_path, std::int64_t size) {
+  auto bytes = static_cast<std::uint64_t>(size > 0 ? size : 0);
+  std::size_t dot = input_path.rfind('.');
+  std::string_view extension = dot == std::string_view::npos ? std::string_view() : input_path.substr(dot + 1);
+  bool plain = extension.size() == 3 && std::tolower(static_cast<unsigned char>(extension[0])) == 'm' &&
+               std::tolower(static_cast<unsigned char>(extension[1])) == 'f' && extension[2] == '4';
+  return plain ? bytes + bytes / 4 : bytes * 4;
 }
 
 bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs) {

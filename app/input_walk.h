@@ -4,6 +4,9 @@
 #include <string_view>
 #include <vector>
 
+#include <atomic>
+
+#include "app/conversion_pool.h"
 #include "app/converter_job.h"
 #include "app/output_claims.h"
 
@@ -13,21 +16,32 @@ namespace qm {
 bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs);
 
 // One walk over the inputs of a run.
+// One walk over the inputs of a run. With one job, each file is converted where the walk meets
+// it; with more, files are handed to a pool of workers in walk order, and their failures are
+// gathered when all have finished.
 class InputWalk {
  public:
   explicit InputWalk(const ConverterJob& job) : job_(job) {}
   // True when any input failed.
   bool run(const std::vector<SmallString>& inputs);
-  // Converts a file or walks a folder; the OR of the result codes, 0 for success.
-  std::int32_t walkEntry(std::string_view input_path, std::string_view output_path);
 
  private:
-  std::int32_t walkFile(std::string_view input_path, std::string_view output_path);
+  // Converts a file or walks a folder; the OR of the result codes, 0 for success (a file handed
+  // to the pool counts as 0 here; its failure is noted in `pool_failed_`).
+  std::int32_t walkEntry(std::string_view input_path, std::string_view output_path);
+  std::int32_t walkFile(std::string_view input_path, std::string_view output_path, std::int64_t size);
   std::int32_t walkFolder(std::string_view input_path, std::string_view output_path);
+  bool walkInputs(const std::vector<SmallString>& inputs);
 
   const ConverterJob& job_;
   OutputClaims claims_;
+  ConversionPool* pool_ = nullptr;
+  std::atomic<bool> pool_failed_{false};
 };
+
+// Memory a conversion of a file of `size` bytes is expected to hold at its peak: a plain file
+// is mapped, a container is decoded into memory and may hold more than it stores.
+std::uint64_t conversionMemoryEstimate(std::string_view input_path, std::int64_t size);
 
 // mf4, mfc, mfe or mfm, in any case.
 bool acceptFileName(std::string_view path);

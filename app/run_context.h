@@ -18,6 +18,8 @@ struct ConversionOptions {
   bool non_interactive = false;  // accepted; nothing prints progress anyway
   std::int64_t buffer_size = -1;
   SmallString output_directory;
+  int jobs = 1;  // files converted at the same time; 0 = one per processor
+  std::uint64_t memory_budget = 0;  // what conversions running together may hold
   PasswordStore password_store;
 };
 

@@ -40,7 +40,10 @@ std::size_t countOutputs(const fs::path& folder) {
   return count;
 }
 
-TEST(ManyFiles, ThousandsOfInputsConvertInOneRunUnderTheUsualFileLimit) {
+// One at a time, and with one worker per processor.
+class ManyFiles : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(ManyFiles, ThousandsOfInputsConvertInOneRunUnderTheUsualFileLimit) {
   TempDir dir;
   writeFile(dir / "passwords.json", "{\n  \"default\": \"pw\"\n}\n");
   const std::string plain = smallLoggerFile(7);
@@ -62,13 +65,15 @@ TEST(ManyFiles, ThousandsOfInputsConvertInOneRunUnderTheUsualFileLimit) {
     }
   }
   // 1024 is the usual default soft limit; a machine that allows more would hide a leak.
-  ProgramRun run = runProgram("/bin/sh", {"-c", "ulimit -n 1024 2>/dev/null; exec \"$0\" \"$@\"", QM_BINARY, "logs"},
+  ProgramRun run = runProgram("/bin/sh", {"-c", "ulimit -n 1024 2>/dev/null; exec \"$0\" \"$@\"", QM_BINARY, "--jobs", GetParam(), "logs"},
                               dir.path().string());
   EXPECT_EQ(run.status, 1);  // the damaged files fail, the others convert
   EXPECT_EQ(countOutputs(dir.path() / "logs_out"), static_cast<std::size_t>(kFileCount - damaged));
   EXPECT_EQ(readFile(dir / "logs_out/part1/f1_fin.MF4").substr(0, 8), "MDF     ");
   EXPECT_EQ(readFile(dir / "logs_out/part2/f2_fin.MF4"), readFile(dir / "logs_out/part3/f3_fin.MF4"));
 }
+
+INSTANTIATE_TEST_SUITE_P(Jobs, ManyFiles, ::testing::Values("1", "0"));
 
 }  // namespace
 }  // namespace qm::test

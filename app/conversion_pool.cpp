@@ -1,0 +1,96 @@
+#include "app/conversion_pool.h"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace qm {
+
+ConversionPool::ConversionPool(int workers, std::uint64_t memory_budget) : memory_budget_(memory_budget) {
+  if (workers < 1) workers = 1;
+  workers_.reserve(static_cast<std::size_t>(workers));
+  for (int i = 0; i < workers; ++i) workers_.emplace_back([this] { work(); });
+}
+
+ConversionPool::~ConversionPool() {
+  waitForAll();
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
+  for (std::thread& worker : workers_) worker.join();
+}
+
+bool ConversionPool::fits(std::uint64_t memory) const {
+  if (admitted_ >= static_cast<int>(workers_.size())) return false;
+  // Alone, a file always runs, however large.
+  if (admitted_ == 0) return true;
+  return memory_in_use_ <= memory_budget_ && memory <= memory_budget_ - memory_in_use_;
+}
+
+void ConversionPool::submit(std::uint64_t memory_estimate, std::function<void()> task) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  changed_.wait(lock, [&] { return fits(memory_estimate); });
+  ++admitted_;
+  memory_in_use_ += memory_estimate;
+  ready_.push_back(Task{memory_estimate, std::move(task)});
+  lock.unlock();
+  changed_.notify_all();
+}
+
+void ConversionPool::waitForAll() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  changed_.wait(lock, [&] { return admitted_ == 0; });
+}
+
+void ConversionPool::work() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  for (;;) {
+    changed_.wait(lock, [&] { return stopping_ || !ready_.empty(); });
+    if (ready_.empty()) return;
+    Task task = std::move(ready_.front());
+    ready_.pop_front();
+    lock.unlock();
+    task.run();
+    lock.lock();
+    --admitted_;
+    memory_in_use_ -= task.memory;
+    changed_.notify_all();
+  }
+}
+
+int workersForJobs(int jobs) {
+  if (jobs > 0) return jobs;
+  cpu_set_t allowed;
+  if (sched_getaffinity(0, sizeof allowed, &allowed) == 0 && CPU_COUNT(&allowed) > 0) return CPU_COUNT(&allowed);
+  long online = sysconf(_SC_NPROCESSORS_ONLN);
+  return online > 0 ? static_cast<int>(online) : 1;
+}
+
+namespace {
+
+// The memory limit of the control group the process runs in (a container's), if one is set.
+std::uint64_t controlGroupLimit() {
+  std::FILE* file = std::fopen("/sys/fs/cgroup/memory.max", "r");
+  if (!file) return UINT64_MAX;
+  unsigned long long limit = 0;
+  bool numeric = std::fscanf(file, "%llu", &limit) == 1;
+  std::fclose(file);
+  return numeric && limit > 0 ? limit : UINT64_MAX;
+}
+
+}  // namespace
+
+std::uint64_t defaultMemoryBudget() {
+  long pages = sysconf(_SC_PHYS_PAGES);
+  long page_size = sysconf(_SC_PAGESIZE);
+  std::uint64_t physical = pages > 0 && page_size > 0
+                               ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(page_size)
+                               : std::uint64_t{2} << 30;
+  return std::min(physical, controlGroupLimit()) / 2;
+}
+
+}  // namespace qm

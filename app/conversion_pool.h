@@ -1,0 +1,55 @@
+#pragma once
+// Runs conversions on several worker threads. Files start in the order they are handed in,
+// each as soon as a worker is free and the memory that the running conversions are expected to
+// hold stays within a budget; a file whose estimate alone exceeds the budget runs when nothing
+// else does, and nothing starts beside it.
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace qm {
+
+class ConversionPool {
+ public:
+  ConversionPool(int workers, std::uint64_t memory_budget);
+  ConversionPool(const ConversionPool&) = delete;
+  ConversionPool& operator=(const ConversionPool&) = delete;
+  // Waits for everything handed in.
+  ~ConversionPool();
+
+  // Blocks until the task may start, then hands it to a worker.
+  void submit(std::uint64_t memory_estimate, std::function<void()> task);
+  // Returns once every task handed in has finished.
+  void waitForAll();
+
+  int workerCount() const { return static_cast<int>(workers_.size()); }
+
+ private:
+  struct Task {
+    std::uint64_t memory;
+    std::function<void()> run;
+  };
+
+  void work();
+  bool fits(std::uint64_t memory) const;
+
+  const std::uint64_t memory_budget_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<Task> ready_;       // admitted, waiting for a worker to pick them up
+  int admitted_ = 0;             // ready or running
+  std::uint64_t memory_in_use_ = 0;
+  bool stopping_ = false;
+  std::vector<std::thread> workers_;
+};
+
+// Worker count for the jobs option: 0 means one per processor this process may run on.
+int workersForJobs(int jobs);
+// Half the physical memory: what conversions running together may hold.
+std::uint64_t defaultMemoryBudget();
+
+}  // namespace qm

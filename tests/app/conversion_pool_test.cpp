@@ -1,0 +1,88 @@
+#include "app/conversion_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace qm {
+namespace {
+
+// Tracks what runs at the same time.
+struct Tracker {
+  std::mutex mutex;
+  std::uint64_t memory = 0;
+  std::uint64_t peak_memory = 0;
+  int running = 0;
+  int peak_running = 0;
+  std::vector<int> started;
+
+  void begin(int id, std::uint64_t bytes) {
+    std::lock_guard<std::mutex> lock(mutex);
+    started.push_back(id);
+    memory += bytes;
+    peak_memory = std::max(peak_memory, memory);
+    peak_running = std::max(peak_running, ++running);
+  }
+  void end(std::uint64_t bytes) {
+    std::lock_guard<std::mutex> lock(mutex);
+    memory -= bytes;
+    --running;
+  }
+};
+
+void submitTracked(ConversionPool& pool, Tracker& tracker, int id, std::uint64_t bytes) {
+  pool.submit(bytes, [&tracker, id, bytes] {
+    tracker.begin(id, bytes);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    tracker.end(bytes);
+  });
+}
+
+TEST(ConversionPool, StartsInOrderWithinTheWorkersAndTheMemoryBudget) {
+  Tracker tracker;
+  {
+    ConversionPool pool(3, 100);
+    for (int i = 0; i < 12; ++i) submitTracked(pool, tracker, i, i % 2 ? 40 : 30);
+    pool.waitForAll();
+    EXPECT_EQ(tracker.running, 0);
+  }
+  EXPECT_EQ(tracker.started.size(), 12u);
+  EXPECT_LE(tracker.peak_memory, 100u);
+  EXPECT_LE(tracker.peak_running, 3);
+  EXPECT_GE(tracker.peak_running, 2) << "files that fit together run together";
+}
+
+TEST(ConversionPool, OneWorkerRunsTasksInTheOrderHandedIn) {
+  Tracker tracker;
+  {
+    ConversionPool pool(1, 100);
+    for (int i = 0; i < 6; ++i) submitTracked(pool, tracker, i, 10);
+  }
+  EXPECT_EQ(tracker.started, (std::vector<int>{0, 1, 2, 3, 4, 5}));
+}
+
+TEST(ConversionPool, AFileLargerThanTheBudgetRunsAlone) {
+  Tracker tracker;
+  {
+    ConversionPool pool(4, 100);
+    submitTracked(pool, tracker, 0, 10);
+    submitTracked(pool, tracker, 1, 500);
+    submitTracked(pool, tracker, 2, 10);
+    submitTracked(pool, tracker, 3, 10);
+  }
+  EXPECT_EQ(tracker.started.size(), 4u);
+  EXPECT_EQ(tracker.peak_memory, 500u) << "nothing ran beside the large file";
+}
+
+TEST(ConversionPool, WorkersForJobsTakesOnePerProcessorForZero) {
+  EXPECT_EQ(workersForJobs(3), 3);
+  EXPECT_GE(workersForJobs(0), 1);
+  EXPECT_GT(defaultMemoryBudget(), 0u);
+}
+
+}  // namespace
+}  // namespace qm

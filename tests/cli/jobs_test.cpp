@@ -1,0 +1,133 @@
+// Many files at once: with several jobs a run gives the same outputs, results, messages and exit
+// status as one at a time; only the order of lines of different files may differ.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <sstream>
+
+#include "tests/support/container_writer.h"
+#include "tests/support/mdf_builder.h"
+#include "tests/support/run_program.h"
+
+namespace qm::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string loggerFile(std::uint16_t seed) {
+  MdfBuilder b;
+  b.id({.standard_flags = 0x0025});
+  auto rpm = b.channel({.name = b.text("Rpm"), .byte_offset = 0, .bit_count = 32});
+  auto cg2 = b.channelGroup({.first_channel = rpm, .record_id = 2, .data_bytes = 4});
+  auto cg1 = b.channelGroup({.next = cg2, .first_channel = b.channel({.name = b.text("Speed"), .bit_count = 16}),
+                             .record_id = 1, .data_bytes = 2});
+  std::string records;
+  for (std::uint16_t i = 0; i < 40; ++i) {
+    records += i % 3 ? MdfBuilder::record(2, 1, MdfBuilder::u32(seed * 1000u + i))
+                     : MdfBuilder::record(1, 1, MdfBuilder::u16(static_cast<std::uint16_t>(seed + i)));
+  }
+  auto dt = b.data(records);
+  b.setLength(dt, 24);
+  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg1, .data = dt, .record_id_size = 1})});
+  return b.bytes();
+}
+
+// A fleet's folder: plain, compressed, encrypted and nested files in sub-folders, a damaged
+// file, an encrypted file without a password, two inputs sharing a stem, and a text file.
+void writeMixedFolder(const TempDir& dir) {
+  writeFile(dir / "passwords.json", "{\n  \"1A2B\": \"pw\"\n}\n");
+  for (std::uint16_t i = 0; i < 6; ++i) {
+    const std::string n = std::to_string(i);
+    writeFile(dir / ("logs/p" + n + ".MF4"), loggerFile(i));
+    writeFile(dir / ("logs/2023/c" + n + ".MFC"), makeCompressedContainer(loggerFile(10 + i), 0x1A2B, 10, 4));
+    writeFile(dir / ("logs/2023/06/e" + n + ".MFE"), makeEncryptedContainer(loggerFile(20 + i), 0x1A2B, "pw", 1, i + 1));
+    writeFile(dir / ("logs/2024/n" + n + ".mfm"),
+              makeEncryptedContainer(makeCompressedContainer(loggerFile(30 + i), 0x1A2B, 11, 4), 0x1A2B, "pw", 1, i + 7));
+  }
+  writeFile(dir / "logs/2023/damaged.MF4", loggerFile(1).substr(0, 90));
+  writeFile(dir / "logs/2024/locked.MFE", makeEncryptedContainer(loggerFile(40), 0xBEEF, "other", 1));
+  writeFile(dir / "logs/twin.MF4", loggerFile(50));
+  writeFile(dir / "logs/twin.MFC", makeCompressedContainer(loggerFile(51), 0x1A2B, 9, 4));
+  writeFile(dir / "logs/notes.txt", "not a log");
+}
+
+// Every file below the folder with its bytes.
+std::map<std::string, std::string> snapshot(const fs::path& root) {
+  std::map<std::string, std::string> files;
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    if (entry.is_regular_file()) files[fs::relative(entry.path(), root).string()] = readFile(entry.path().string());
+  }
+  return files;
+}
+
+// The log lines without their time stamp and thread id, in a fixed order.
+std::vector<std::string> logLines(const std::string& err) {
+  std::vector<std::string> lines;
+  std::istringstream in(err);
+  for (std::string line; std::getline(in, line);) {
+    // "MM-DD hh:mm:ss.mmm ppppp ttttt L message": the level letter and message stay.
+    lines.push_back(line.size() > 31 ? line.substr(31) : line);
+  }
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
+struct Outcome {
+  ProgramRun run;
+  std::map<std::string, std::string> files;
+};
+
+Outcome convertMixedFolder(const std::vector<std::string>& options, const std::string& jobs) {
+  TempDir dir;
+  writeMixedFolder(dir);
+  fs::create_directories(dir.path() / "out");
+  std::vector<std::string> args = options;
+  args.insert(args.end(), {"--verbosity=3", "--jobs", jobs, "logs"});
+  Outcome outcome{runProgram(QM_BINARY, args, dir.path().string()), {}};
+  outcome.files = snapshot(dir.path());
+  return outcome;
+}
+
+class Jobs : public ::testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(Jobs, SeveralJobsGiveWhatOneAtATimeGives) {
+  Outcome one = convertMixedFolder(GetParam(), "1");
+  Outcome four = convertMixedFolder(GetParam(), "4");
+  EXPECT_EQ(one.run.status, 1) << "the damaged, locked and twin inputs fail";
+  EXPECT_EQ(four.run.status, one.run.status);
+  EXPECT_EQ(four.run.out, one.run.out);
+  EXPECT_EQ(logLines(four.run.err), logLines(one.run.err));
+  ASSERT_EQ(four.files.size(), one.files.size());
+  for (const auto& [name, bytes] : one.files) {
+    auto other = four.files.find(name);
+    ASSERT_NE(other, four.files.end()) << name;
+    EXPECT_TRUE(other->second == bytes) << name << " differs";
+  }
+  EXPECT_GE(one.files.size(), 30u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, Jobs,
+                         ::testing::Values(std::vector<std::string>{}, std::vector<std::string>{"-d"},
+                                           std::vector<std::string>{"-d", "-O", "out"},
+                                           std::vector<std::string>{"-X", "-d"}));
+
+TEST(JobsOption, BadValuesAreMisuseAndPrintNothing) {
+  TempDir dir;
+  writeFile(dir / "a.MF4", loggerFile(1));
+  for (std::vector<std::string> args : {std::vector<std::string>{"-j", "-1", "a.MF4"},
+                                        std::vector<std::string>{"--jobs=abc", "a.MF4"},
+                                        std::vector<std::string>{"--jobs=2x", "a.MF4"}}) {
+    ProgramRun r = runProgram(QM_BINARY, args, dir.path().string());
+    EXPECT_EQ(r.status, 131) << args[0];
+    EXPECT_EQ(r.out + r.err, "");
+  }
+  ProgramRun missing = runProgram(QM_BINARY, {"a.MF4", "--jobs"}, dir.path().string());
+  EXPECT_EQ(missing.status, 130);
+  EXPECT_EQ(missing.out + missing.err, "");
+  EXPECT_FALSE(fs::exists(dir / "a_fin.MF4"));
+}
+
+}  // namespace
+}  // namespace qm::test
