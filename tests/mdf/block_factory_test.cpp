@@ -185,7 +185,7 @@ TEST(BlockFactory, HostileLengthsAndCountsFailBeforeAllocating) {
                  b.setLength(tx, 8);
                  return b.channel({.name = tx});
                })).file);
-  // A conversion whose value count does not fit its block.
+  // A conversion whose values would run past the end of the stream.
   EXPECT_FALSE(openBytes(fileWith([](B& b) {
                  return b.channel({.conversion = b.conversion({.values = {1.0}, .value_count = 65535})});
                })).file);
