@@ -27,9 +27,13 @@ struct OpenedBlock {
 };
 
 bool isPayload(BlockType type) { return type == BlockType::kDT || type == BlockType::kSD; }
+bool isText(BlockType type) { return type == BlockType::kTX || type == BlockType::kMD; }
 
-// A block must lie within the stream and be long enough for its fixed fields. A data block's
-// length may be wrong in an unfinalized file, so it is only cut back to what the stream holds.
+// A block must lie within the stream: the save places the next block behind it by its length.
+// A data block's length may be wrong in an unfinalized file, so it is only cut back to what the
+// stream holds. A text's length sizes its buffer, so it must at least cover its header. A
+// fixed-size block may declare less than its fields take: they are read at their offsets all
+// the same (a read past the end of the stream still fails), and it is saved with that length.
 bool checkLength(const LoadContext& ctx, std::uint64_t offset, BlockHeader& header) {
   if (header.type == BlockType::kId) return true;
   std::uint64_t available = ctx.bytesFrom(offset);
@@ -37,7 +41,8 @@ bool checkLength(const LoadContext& ctx, std::uint64_t offset, BlockHeader& head
     if (header.length > available) header.length = available;
     return true;
   }
-  return header.length >= defaultBlockHeader(header.type).length && header.length <= available;
+  if (isText(header.type) && header.length < kBlockHeaderSize) return false;
+  return header.length <= available;
 }
 
 std::optional<OpenedBlock> openBlockAt(LoadContext& ctx, Stream* stream, std::uint64_t offset) {

@@ -25,8 +25,10 @@ bool ConversionBlock::load(LoadContext& ctx, Stream* stream, const BlockHeader& 
   bool read = reader.read(conversion_type) && reader.read(precision) && reader.read(flags) &&
               reader.read(reference_count) && reader.read(value_count) && reader.read(physical_min) &&
               reader.read(physical_max);
-  // The values must lie inside the block (whose length the factory checked against the stream).
-  if (!read || header.length < kFixedLength + 8 * std::uint64_t{value_count}) return false;
+  // The values are read behind the fixed fields whatever the block's length says, so the count
+  // is checked against what the stream holds before it sizes the array.
+  std::uint64_t values_start = static_cast<std::uint64_t>(fields_position) + reader.offset();
+  if (!read || 8 * std::uint64_t{value_count} > ctx.bytesFrom(values_start)) return false;
   values.assign(value_count, 0.0);
   for (double& value : values) {
     if (!reader.read(value)) return false;

@@ -10,7 +10,6 @@ namespace qm {
 class ConversionBlock : public Block {
  public:
   static constexpr BlockType kType = BlockType::kCC;
-  static constexpr std::uint64_t kFixedLength = 80;  // plus 8 bytes per value
   ConversionBlock() : Block(kType) {}
 
   // Exactly 4 links; conversions with reference links (value-to-text tables) do not load.

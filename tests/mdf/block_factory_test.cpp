@@ -146,6 +146,26 @@ TEST(BlockFactory, NestingBeyondTheLimitFails) {
   EXPECT_EQ(log.lines().size(), 1u);
 }
 
+// A fixed-size block shorter than its fields loads as long as the stream holds the fields.
+TEST(BlockFactory, ShortFixedSizeBlockLoadsOnlyWhileItsFieldsLieInTheStream) {
+  B b;
+  auto cn = b.channel({.extended_limit_max = 4.0});
+  b.setLength(cn, 152);
+  b.place(cn, 4096);
+  auto cg = b.channelGroup({.first_channel = cn});
+  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg})});
+  std::string whole = b.bytes();
+  ASSERT_EQ(whole.size(), 4096u + 160);
+  auto opened = openBytes(whole);
+  ASSERT_TRUE(opened.file);
+  auto* dg = blockAs<DataGroupBlock>(opened.file->dataGroups()->front());
+  auto* channel = blockAs<ChannelBlock>(blockAs<ChannelGroupBlock>(dg->channel_groups.front())->channels.front());
+  EXPECT_EQ(channel->header.length, 152u);
+  EXPECT_EQ(channel->extended_limit_max, 4.0);
+  // Cut at the declared end: the length fits, but the last field cannot be read.
+  EXPECT_FALSE(openBytes(whole.substr(0, 4096 + 152)).file);
+}
+
 TEST(BlockFactory, HostileLengthsAndCountsFailBeforeAllocating) {
   auto fileWith = [](auto addBadBlock) {
     B b;
@@ -165,14 +185,15 @@ TEST(BlockFactory, HostileLengthsAndCountsFailBeforeAllocating) {
                  b.setLength(tx, 8);
                  return b.channel({.name = tx});
                })).file);
-  // A conversion whose value count does not fit its block.
+  // A conversion whose values would run past the end of the stream.
   EXPECT_FALSE(openBytes(fileWith([](B& b) {
                  return b.channel({.conversion = b.conversion({.values = {1.0}, .value_count = 65535})});
                })).file);
-  // A channel shorter than its fields.
+  // A channel, the last block of the file, whose declared length runs past the end.
   EXPECT_FALSE(openBytes(fileWith([](B& b) {
                  auto cn = b.channel({});
-                 b.setLength(cn, 100);
+                 b.setLength(cn, 168);
+                 b.place(cn, 4096);
                  return cn;
                })).file);
   // A channel with the wrong number of links.

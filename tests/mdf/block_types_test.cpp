@@ -162,6 +162,17 @@ TEST(BlockFields, DerivedClassesFollowTypes) {
   }
 }
 
+TEST(BlockFields, ConversionValuesAreReadBehindADeclaredLengthThatLeavesThemOut) {
+  B b;
+  auto cc = b.conversion({.conversion_type = 1, .values = {0.5, 2.0}});
+  b.setLength(cc, 80);
+  Tree tree = loadTree(b, {}, {.conversion = cc});
+  ASSERT_TRUE(tree.opened.file);
+  auto* conversion = blockAs<ConversionBlock>(tree.cn->conversion);
+  EXPECT_EQ(conversion->values, (std::vector<double>{0.5, 2.0}));
+  EXPECT_EQ(conversion->header.length, 80u);
+}
+
 TEST(BlockFields, ConversionWithReferenceLinksDoesNotLoad) {
   B b;
   auto cc = b.block("CC", {0, 0, 0, 0, b.text("ref")}, std::string(24, '\0'));

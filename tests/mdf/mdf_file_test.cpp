@@ -2,12 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include "mdf/channel_block.h"
 #include "mdf/channel_group_block.h"
 #include "mdf/data_group_block.h"
+#include "mdf/file_history_block.h"
 #include "mdf/header_block.h"
 #include "mdf/id_block.h"
 #include "mdf/load_hooks.h"
 #include "mdf/save_context.h"
+#include "mdf/source_block.h"
 #include "tests/mdf/mdf_test_util.h"
 #include "tests/support/log_capture.h"
 
@@ -158,6 +161,119 @@ TEST(MdfFileSave, ChecksPlacementRules) {
   auto* header = opened.file->header();
   EXPECT_EQ(saveBlock(header, ctx, nullptr), 0);
   EXPECT_TRUE(output.bytes.empty());
+}
+
+// Fixed-size blocks that declare 8 bytes less than their fields take. They load, their fields
+// being read at their offsets, and are saved with the declared length: the next block is placed
+// by it, so the block's last 8 bytes and the next block's first 8 share a place in the output,
+// and whichever is written later wins. The expected outputs are built with each block where
+// the writer puts it; the builder writes blocks in creation order.
+
+// One data group holding one channel group holding `channel`, laid out at 168, 232 and 336 in
+// the expected output when `as_written`.
+void hangInOneGroup(B& b, B::Handle channel, bool as_written) {
+  auto cg = b.channelGroup({.first_channel = channel});
+  auto dg = b.dataGroup({.first_channel_group = cg});
+  b.header({.first_data_group = dg});
+  if (!as_written) return;
+  b.place(dg, 168);
+  b.place(cg, 232);
+  b.place(channel, 336);
+}
+
+TEST(MdfFileShortBlocks, ChannelIsWrittenOverTheStartOfItsFirstChild) {
+  B b;
+  auto cn = b.channel({.name = b.text("n"), .bit_count = 8, .extended_limit_max = 2.5});
+  b.setLength(cn, 152);
+  hangInOneGroup(b, cn, false);
+  auto opened = openBytes(b.bytes());
+  ASSERT_TRUE(opened.file);
+  auto* dg = blockAs<DataGroupBlock>(opened.file->dataGroups()->front());
+  auto* channel = blockAs<ChannelBlock>(blockAs<ChannelGroupBlock>(dg->channel_groups.front())->channels.front());
+  EXPECT_EQ(channel->extended_limit_max, 2.5);  // read behind the declared length
+  LogCapture log;
+  std::string out = saveToBytes(*opened.file);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"Error during save. Expected to be at 488 but stream is at 496"});
+
+  // The name is placed at 336 + 152 and written before its channel, whose last field then
+  // covers the name's id and reserved bytes.
+  B e;
+  auto e_cn = e.channel({.bit_count = 8, .extended_limit_max = 2.5});
+  e.setLength(e_cn, 152);
+  auto e_name = e.text("n");
+  e.setLink(e_cn, 2, e_name);
+  e.place(e_name, 488);
+  hangInOneGroup(e, e_cn, true);
+  std::string expected = e.bytes();
+  expected.replace(488, 8, B::f64(2.5));
+  EXPECT_EQ(out, expected);
+  EXPECT_EQ(readU64At(out, 336 + 8), 152u);
+  EXPECT_EQ(linkAt(out, 336, 2), 488u);
+  EXPECT_EQ(readU64At(out, 496), 26u);  // the name's length survives
+}
+
+TEST(MdfFileShortBlocks, SourceFieldsAreWrittenOverTheStartOfItsName) {
+  B b;
+  auto si = b.source({.name = b.text("bus"), .source_type = 2, .bus_type = 2, .flags = 1});
+  b.setLength(si, 48);
+  hangInOneGroup(b, b.channel({.source = si, .bit_count = 8}), false);
+  auto opened = openBytes(b.bytes());
+  ASSERT_TRUE(opened.file);
+  auto* dg = blockAs<DataGroupBlock>(opened.file->dataGroups()->front());
+  auto* channel = blockAs<ChannelBlock>(blockAs<ChannelGroupBlock>(dg->channel_groups.front())->channels.front());
+  auto* source = blockAs<SourceBlock>(channel->source);
+  ASSERT_TRUE(source);
+  EXPECT_EQ(source->bus_class, kBusCan);  // the fields lie wholly behind the declared length
+  EXPECT_EQ(source->flags, 1);
+  LogCapture log;
+  std::string out = saveToBytes(*opened.file);
+  EXPECT_TRUE(log.lines().empty());
+
+  // Channel at 336, its source at 496 and the source's name at 496 + 48. The three field bytes
+  // land on the name's "##T"; the reserved bytes behind them are skipped, so its "X" stays.
+  B e;
+  auto e_si = e.source({.source_type = 2, .bus_type = 2, .flags = 1});
+  e.setLength(e_si, 48);
+  auto e_name = e.text("bus");
+  e.setLink(e_si, 0, e_name);
+  e.place(e_si, 496);
+  e.place(e_name, 544);
+  hangInOneGroup(e, e.channel({.source = e_si, .bit_count = 8}), true);
+  std::string expected = e.bytes();
+  expected.replace(544, 3, "\x02\x02\x01");
+  EXPECT_EQ(out, expected);
+  EXPECT_EQ(out.substr(544, 8), std::string("\x02\x02\x01X\0\0\0\0", 8));
+}
+
+TEST(MdfFileShortBlocks, FileHistoryFieldsAreCoveredByTheBlockSavedAfterIt) {
+  B b;
+  auto fh = b.fileHistory({.time = 7, .time_zone_offset = 60, .daylight_saving_offset = -30, .time_flags = 3});
+  b.setLength(fh, 48);
+  b.header({.first_file_history = fh, .comment = b.text("hd")});
+  auto opened = openBytes(b.bytes());
+  ASSERT_TRUE(opened.file);
+  auto* history = blockAs<FileHistoryBlock>(opened.file->header()->file_history.front());
+  ASSERT_TRUE(history);
+  EXPECT_EQ(history->time_zone_offset, 60);
+  EXPECT_EQ(history->daylight_saving_offset, -30);
+  EXPECT_EQ(history->time_flags, 3);
+  LogCapture log;
+  std::string out = saveToBytes(*opened.file);
+  EXPECT_TRUE(log.lines().empty());
+
+  // The history at 168 keeps its time at 208; the header's comment, saved after the history
+  // list and placed at 168 + 48, is written over the offsets and flags.
+  B e;
+  auto e_fh = e.fileHistory({.time = 7, .time_zone_offset = 60, .daylight_saving_offset = -30, .time_flags = 3});
+  e.setLength(e_fh, 48);
+  auto e_comment = e.text("hd");
+  e.header({.first_file_history = e_fh, .comment = e_comment});
+  e.place(e_fh, 168);
+  e.place(e_comment, 216);
+  EXPECT_EQ(out, e.bytes());
+  EXPECT_EQ(readU64At(out, 168 + 8), 48u);
+  EXPECT_EQ(readU64At(out, 208), 7u);
+  EXPECT_EQ(out.substr(216, 4), "##TX");
 }
 
 TEST(MdfFileOpen, RefusesUnknownFileIds) {
