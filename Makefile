@@ -3,8 +3,11 @@ BUILD ?= build
 JOBS ?= 2
 MAKEFLAGS += --no-print-directory
 CMAKE_FLAGS ?=
+# Where `make install` puts the program; DESTDIR stages it under another root (as packagers do).
+PREFIX ?= /usr/local
+DESTDIR ?=
 
-.PHONY: all deps configure build run test bench fuzz clean
+.PHONY: all deps configure build run test install package bench fuzz clean
 
 all: build
 
@@ -24,6 +27,15 @@ run: configure
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+
+# Install and package need only the program and its man page, not the test programs.
+install: configure
+	@cmake --build $(BUILD) -j$(JOBS) --target quillmend qm_man
+	@DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+package: configure
+	@cmake --build $(BUILD) -j$(JOBS) --target quillmend qm_man
+	@cd $(BUILD) && cpack -G DEB
 
 bench: build
 	@bash bench/run $(BUILD)
