@@ -93,6 +93,8 @@ struct ArgumentTable {
   struct arg_str* output_directory;
   struct arg_lit* input_files_doc;
   struct arg_int* jobs;
+  struct arg_lit* update;
+  struct arg_str* shard;
   struct arg_str* inputs;
   struct arg_end* end;
   std::vector<void*> entries;
@@ -117,12 +119,14 @@ void buildTable(ArgumentTable& t, int argc) {
       arg_lit0("i", "input-files=<file(s)/folder(s)>", "list of input files/folders, must have common root");
   t.jobs = arg_int0("j", "jobs", "<n>",
                     "convert up to n files at the same time, 0 = one per processor; defaults to 1");
+  t.update = arg_lit0("u", "update", "convert only inputs whose output is missing or older than the input");
+  t.shard = arg_str0(nullptr, "shard", "<k>/<n>", "convert only shard k (0..n-1) of n");
   t.inputs = arg_strn(nullptr, nullptr, "file(s)/folder(s)", 1, argc > 2 ? argc - 1 : 1, nullptr);
   t.end = arg_end(20);
   void* all[] = {t.help,          t.version,          t.verbosity,       t.non_interactive,
                  t.delete_converted, t.no_append_root, t.buffer,        t.password_file,
-                 t.output_directory, t.input_files_doc, t.jobs,         t.inputs,
-                 t.end};
+                 t.output_directory, t.input_files_doc, t.jobs,         t.update,
+                 t.shard,            t.inputs,         t.end};
   for (void* entry : all) t.entries.push_back(entry);
 }
 
@@ -175,6 +179,14 @@ void copyOptions(const ArgumentTable& t, ConversionOptions& options) {
   if (t.output_directory->count > 0) options.output_directory = SmallString(t.output_directory->sval[0]);
   options.jobs = t.jobs->count > 0 ? t.jobs->ival[0] : 1;
   options.memory_budget = defaultMemoryBudget();
+  options.update = t.update->count == 1;
+  if (t.shard->count > 0) options.shard = *parseShard(t.shard->sval[0]);
+}
+
+// Values argtable cannot check itself; a bad one is misuse, like a number that does not parse.
+bool newOptionValuesValid(const ArgumentTable& t) {
+  if (t.jobs->count > 0 && t.jobs->ival[0] < 0) return false;
+  return t.shard->count == 0 || parseShard(t.shard->sval[0]).has_value();
 }
 
 bool openDirectories(RunContext& context) {
@@ -225,8 +237,7 @@ bool parseCommandLine(RunContext& context, int argc, char** argv, int* exit_stat
       return false;
     }
   }
-  // A negative count of jobs is misuse, like a number that does not parse.
-  if (table.jobs->count > 0 && table.jobs->ival[0] < 0) {
+  if (!newOptionValuesValid(table)) {
     *exit_status = kExitBadOption;
     return false;
   }

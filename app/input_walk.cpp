@@ -26,6 +26,12 @@ std::string_view directoryPart(std::string_view path) {
   return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
+// An output at least as new as its input was made from the input as it is now.
+bool outputUpToDate(const DirectoryHandle& output_root, std::string_view output_file, const DirectoryEntry& input) {
+  DirectoryEntry output;
+  return output_root.stat(output_file, &output) && output.type == kEntryFile && output.modified_ns >= input.modified_ns;
+}
+
 void reportFailure(std::string_view input_path) {
   QM_LOG_E("Error during conversion of %.*s", viewLength(input_path), input_path.data());
 }
@@ -75,8 +81,10 @@ void makeOutputDirectories(const DirectoryHandle& output_root, std::string_view 
   }
 }
 
-std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view output_path, std::int64_t size) {
-  if (!acceptFileName(input_path)) return 0;
+std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view output_path,
+                                 const DirectoryEntry& input) {
+  // Files of other shards are another run's: not counted, not logged, not touched.
+  if (!acceptFileName(input_path) || !inShard(job_.options->shard, input_path)) return 0;
   std::string_view stem = withoutExtension(output_path);
   makeOutputDirectories(*job_.output_root, directoryPart(stem));
   SmallString output_file(stem);
@@ -85,6 +93,12 @@ std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view o
     reportFailure(input_path);
     return kConversionFailed;
   }
+  if (job_.options->update && outputUpToDate(*job_.output_root, output_file.view(), input)) {
+    // Never deleted: its output may come from another run.
+    QM_LOG_I("Up to date: %.*s", viewLength(input_path), input_path.data());
+    return 0;
+  }
+  std::int64_t size = input.size;
   if (!pool_) return convertAndReport(job_, input_path, stem);
   pool_->submit(conversionMemoryEstimate(input_path, size),
                 [this, input = SmallString(input_path), output_stem = SmallString(stem)] {
@@ -115,7 +129,7 @@ std::int32_t InputWalk::walkEntry(std::string_view input_path, std::string_view 
       QM_LOG_W("Could not find input file/folder %.*s", viewLength(input_path), input_path.data());
       return 1;
     case kEntryFile:
-      return walkFile(input_path, output_path, entry.size);
+      return walkFile(input_path, output_path, entry);
     case kEntryDirectory:
       return walkFolder(input_path, output_path);
     default:

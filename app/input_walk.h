@@ -29,7 +29,7 @@ class InputWalk {
   // Converts a file or walks a folder; the OR of the result codes, 0 for success (a file handed
   // to the pool counts as 0 here; its failure is noted in `pool_failed_`).
   std::int32_t walkEntry(std::string_view input_path, std::string_view output_path);
-  std::int32_t walkFile(std::string_view input_path, std::string_view output_path, std::int64_t size);
+  std::int32_t walkFile(std::string_view input_path, std::string_view output_path, const DirectoryEntry& input);
   std::int32_t walkFolder(std::string_view input_path, std::string_view output_path);
   bool walkInputs(const std::vector<SmallString>& inputs);
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "app/password_store.h"
+#include "app/shard.h"
 #include "base/small_string.h"
 #include "stream/directory_handle.h"
 
@@ -19,6 +20,8 @@ struct ConversionOptions {
   std::int64_t buffer_size = -1;
   SmallString output_directory;
   int jobs = 1;  // files converted at the same time; 0 = one per processor
+  bool update = false;  // skip inputs whose output is at least as new
+  Shard shard;
   std::uint64_t memory_budget = 0;  // what conversions running together may hold
   PasswordStore password_store;
 };

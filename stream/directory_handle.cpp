@@ -23,6 +23,7 @@ bool statPath(const char* path, DirectoryEntry* entry) {
     return true;
   }
   entry->size = 0;
+  entry->modified_ns = static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec;
   if (S_ISREG(info.st_mode)) {
     entry->type = kEntryFile;
     entry->size = static_cast<std::int64_t>(info.st_size);

@@ -17,6 +17,7 @@ struct DirectoryEntry {
   SmallString name;
   int type = kEntryOther;
   std::int64_t size = 0;  // only set for regular files
+  std::int64_t modified_ns = 0;  // last modification, nanoseconds since the epoch
 };
 
 enum OpenFlags : int { kOpenRead = 1, kOpenWrite = 2 };
