@@ -39,6 +39,7 @@ package: configure
 
 bench: build
 	@bash bench/run $(BUILD)
+	@bash bench/folder $(BUILD)
 
 fuzz: deps
 	@bash fuzz/run

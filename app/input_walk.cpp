@@ -98,6 +98,10 @@ std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view o
     QM_LOG_I("Up to date: %.*s", viewLength(input_path), input_path.data());
     return 0;
   }
+  if (!claims_.mayWrite(input_path, *job_.output_root, output_file.view())) {
+    reportFailure(input_path);
+    return kConversionFailed;
+  }
   std::int64_t size = input.size;
   if (!pool_) return convertAndReport(job_, input_path, stem);
   pool_->submit(conversionMemoryEstimate(input_path, size),

@@ -57,13 +57,17 @@ bool OutputClaims::claim(const DirectoryHandle& root, std::string_view input_pat
              input_path.data(), viewLength(output_path), output_path.data(), earlier->c_str());
     return false;
   }
-  if (const SmallString* pending = pending_inputs_.find(output.view())) {
-    QM_LOG_E("Not converting %.*s: its output %.*s would replace %s, which is still to be converted",
-             viewLength(input_path), input_path.data(), viewLength(output_path), output_path.data(), pending->c_str());
-    return false;
-  }
   written_outputs_.insert(output.view(), SmallString(input_path));
   return true;
+}
+
+bool OutputClaims::mayWrite(std::string_view input_path, const DirectoryHandle& output_root,
+                            std::string_view output_path) {
+  const SmallString* pending = pending_inputs_.find(resolvedPath(output_root, output_path).view());
+  if (!pending) return true;
+  QM_LOG_E("Not converting %.*s: its output %.*s would replace %s, which is still to be converted",
+           viewLength(input_path), input_path.data(), viewLength(output_path), output_path.data(), pending->c_str());
+  return false;
 }
 
 }  // namespace qm

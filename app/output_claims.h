@@ -23,11 +23,14 @@ class OutputClaims {
   // One input named on the command line is still to be converted.
   void notePendingFile(const DirectoryHandle& root, std::string_view input_path);
 
-  // The conversion of `input_path` (under `root`) is about to write `output_path` (under
-  // `output_root`). True when it may; otherwise logs why at error level. Either way the input
-  // is no longer pending.
+  // `input_path` (under `root`) has `output_path` (under `output_root`) for its output. True
+  // when no earlier input of the run has the same output; otherwise logs why at error level.
+  // Either way the input is no longer pending.
   bool claim(const DirectoryHandle& root, std::string_view input_path, const DirectoryHandle& output_root,
              std::string_view output_path);
+  // The claimed output is about to be written: true when that replaces no file the run has
+  // still to convert; otherwise logs why at error level.
+  bool mayWrite(std::string_view input_path, const DirectoryHandle& output_root, std::string_view output_path);
 
  private:
   HashMap<SmallString, SmallString> pending_inputs_;  // resolved input -> as the walk names it

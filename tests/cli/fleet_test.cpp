@@ -148,5 +148,17 @@ TEST(Update, SkippedInputsAreNeverDeleted) {
   EXPECT_EQ(snapshot(dir.path() / "logs").size(), 25u) << "every skipped input stays";
 }
 
+// An up-to-date output is not written again, so it replaces nothing, even where it is itself a
+// file of the walked folder.
+TEST(Update, UpToDateOutputInsideTheWalkedFolderIsNoCollision) {
+  TempDir dir;
+  writeFile(dir / "logs/a.MF4", loggerFile(1));
+  ASSERT_EQ(runProgram(QM_BINARY, {"-X", "logs/a.MF4"}, dir.path().string()).status, 0);
+  ProgramRun r = runProgram(QM_BINARY, {"-u", "-X", "--verbosity=3", "logs"}, dir.path().string());
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.err.find(" I Up to date: logs/a.MF4\n"), std::string::npos) << r.err;
+  EXPECT_TRUE(fs::exists(dir / "logs/a_fin_fin.MF4")) << "the walk takes the output for an input, as always";
+}
+
 }  // namespace
 }  // namespace qm::test
