@@ -5,13 +5,22 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <system_error>
 
 namespace qm {
 
 ConversionPool::ConversionPool(int workers, std::uint64_t memory_budget) : memory_budget_(memory_budget) {
   if (workers < 1) workers = 1;
   workers_.reserve(static_cast<std::size_t>(workers));
-  for (int i = 0; i < workers; ++i) workers_.emplace_back([this] { work(); });
+  for (int i = 0; i < workers; ++i) {
+    // Fewer workers than asked for (the system refused a thread) still convert everything;
+    // with none at all, submit runs each task itself.
+    try {
+      workers_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+      break;
+    }
+  }
 }
 
 ConversionPool::~ConversionPool() {
@@ -32,6 +41,10 @@ bool ConversionPool::fits(std::uint64_t memory) const {
 }
 
 void ConversionPool::submit(std::uint64_t memory_estimate, std::function<void()> task) {
+  if (workers_.empty()) {
+    task();
+    return;
+  }
   std::unique_lock<std::mutex> lock(mutex_);
   changed_.wait(lock, [&] { return fits(memory_estimate); });
   ++admitted_;
