@@ -49,6 +49,10 @@ bool acceptFileName(std::string_view path) {
   return ext == "mf4" || ext == "mfc" || ext == "mfe" || ext == "mfm";
 }
 
+bool isFileToConvert([[maybe_unused]] const ConverterJob& job, std::string_view input_path) {
+  return acceptFileName(input_path);
+}
+
 SmallString outputNameForFolder(std::string_view name) {
   std::size_t slash = name.find('/');
   std::size_t at = slash == std::string_view::npos ? name.size() : slash;
@@ -76,7 +80,7 @@ void makeOutputDirectories(const DirectoryHandle& output_root, std::string_view 
 }
 
 std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view output_path, std::int64_t size) {
-  if (!acceptFileName(input_path)) return 0;
+  if (!isFileToConvert(job_, input_path)) return 0;
   std::string_view stem = withoutExtension(output_path);
   makeOutputDirectories(*job_.output_root, directoryPart(stem));
   SmallString output_file(stem);

@@ -46,6 +46,10 @@ std::uint64_t conversionMemoryEstimate(std::string_view input_path, std::int64_t
 // mf4, mfc, mfe or mfm, in any case.
 bool acceptFileName(std::string_view path);
 
+// Whether the walk converts a file it meets; counting ahead of the walk asks the same. It takes
+// the job so that options which narrow a run's choice of files can decide here too.
+bool isFileToConvert(const ConverterJob& job, std::string_view input_path);
+
 // The output name of an input given on the command line: "_out" goes in front of the first "/"
 // of a folder's name (or at its end).
 SmallString outputNameForFolder(std::string_view name);
