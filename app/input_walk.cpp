@@ -30,8 +30,11 @@ void reportFailure(std::string_view input_path) {
   QM_LOG_E("Error during conversion of %.*s", viewLength(input_path), input_path.data());
 }
 
-std::int32_t convertAndReport(const ConverterJob& job, std::string_view input_path, std::string_view output_stem) {
+std::int32_t convertAndReport(const ConverterJob& job, std::string_view input_path, std::string_view output_stem,
+                              ProgressDisplay* progress, std::int64_t size) {
+  if (progress) progress->fileStarted(input_path);
   std::int32_t result = convertFile(&job, input_path, output_stem);
+  if (progress) progress->fileFinished(size, result == 0);
   if (result != 0) reportFailure(input_path);
   return result;
 }
@@ -87,12 +90,13 @@ std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view o
   output_file.append(kOutputSuffix);
   if (!claims_.claim(*job_.root_directory, input_path, *job_.output_root, output_file.view())) {
     reportFailure(input_path);
+    if (progress_) progress_->fileFinished(size, false);
     return kConversionFailed;
   }
-  if (!pool_) return convertAndReport(job_, input_path, stem);
+  if (!pool_) return convertAndReport(job_, input_path, stem, progress_, size);
   pool_->submit(conversionMemoryEstimate(input_path, size),
-                [this, input = SmallString(input_path), output_stem = SmallString(stem)] {
-                  if (convertAndReport(job_, input.view(), output_stem.view()) != 0) pool_failed_ = true;
+                [this, input = SmallString(input_path), output_stem = SmallString(stem), size] {
+                  if (convertAndReport(job_, input.view(), output_stem.view(), progress_, size) != 0) pool_failed_ = true;
                 });
   return 0;
 }
@@ -174,8 +178,8 @@ std::uint64_t conversionMemoryEstimate(std::string_view input_path, std::int64_t
   return plain ? bytes + bytes / 4 : bytes * 4;
 }
 
-bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs) {
-  InputWalk walk(job);
+bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs, ProgressDisplay* progress) {
+  InputWalk walk(job, progress);
   return walk.run(inputs);
 }
 

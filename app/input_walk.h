@@ -9,11 +9,12 @@
 #include "app/conversion_pool.h"
 #include "app/converter_job.h"
 #include "app/output_claims.h"
+#include "app/progress_display.h"
 
 namespace qm {
 
-// True when any input failed.
-bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs);
+// True when any input failed. `progress`, when given, hears of every file converted.
+bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs, ProgressDisplay* progress = nullptr);
 
 // One walk over the inputs of a run.
 // One walk over the inputs of a run. With one job, each file is converted where the walk meets
@@ -21,7 +22,7 @@ bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs);
 // gathered when all have finished.
 class InputWalk {
  public:
-  explicit InputWalk(const ConverterJob& job) : job_(job) {}
+  explicit InputWalk(const ConverterJob& job, ProgressDisplay* progress = nullptr) : job_(job), progress_(progress) {}
   // True when any input failed.
   bool run(const std::vector<SmallString>& inputs);
 
@@ -34,6 +35,7 @@ class InputWalk {
   bool walkInputs(const std::vector<SmallString>& inputs);
 
   const ConverterJob& job_;
+  ProgressDisplay* progress_;  // borrowed; null when no progress is shown
   OutputClaims claims_;
   ConversionPool* pool_ = nullptr;
   std::atomic<bool> pool_failed_{false};
