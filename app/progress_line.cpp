@@ -7,7 +7,7 @@ namespace qm {
 namespace {
 
 // Below this many columns a file name says too little to be worth showing.
-constexpr std::size_t kMinNameColumns = 8;
+constexpr std::size_t kMinNameColumns = 12;
 constexpr std::string_view kCutMark = "...";
 
 bool isContinuationByte(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
