@@ -36,8 +36,11 @@ void reportFailure(std::string_view input_path) {
   QM_LOG_E("Error during conversion of %.*s", viewLength(input_path), input_path.data());
 }
 
-std::int32_t convertAndReport(const ConverterJob& job, std::string_view input_path, std::string_view output_stem) {
+std::int32_t convertAndReport(const ConverterJob& job, std::string_view input_path, std::string_view output_stem,
+                              ProgressDisplay* progress, std::int64_t size) {
+  if (progress) progress->fileStarted(input_path);
   std::int32_t result = convertFile(&job, input_path, output_stem);
+  if (progress) progress->fileFinished(size, result == 0);
   if (result != 0) reportFailure(input_path);
   return result;
 }
@@ -53,6 +56,11 @@ bool acceptFileName(std::string_view path) {
   }
   std::string_view ext(extension, 3);
   return ext == "mf4" || ext == "mfc" || ext == "mfe" || ext == "mfm";
+}
+
+bool isFileToConvert(const ConverterJob& job, std::string_view input_path) {
+  // Files of other shards are another run's: not counted, not logged, not touched.
+  return acceptFileName(input_path) && inShard(job.options->shard, input_path);
 }
 
 SmallString outputNameForFolder(std::string_view name) {
@@ -83,30 +91,32 @@ void makeOutputDirectories(const DirectoryHandle& output_root, std::string_view 
 
 std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view output_path,
                                  const DirectoryEntry& input) {
-  // Files of other shards are another run's: not counted, not logged, not touched.
-  if (!acceptFileName(input_path) || !inShard(job_.options->shard, input_path)) return 0;
+  if (!isFileToConvert(job_, input_path)) return 0;
+  const std::int64_t size = input.size;
   std::string_view stem = withoutExtension(output_path);
   makeOutputDirectories(*job_.output_root, directoryPart(stem));
   SmallString output_file(stem);
   output_file.append(kOutputSuffix);
   if (!claims_.claim(*job_.root_directory, input_path, *job_.output_root, output_file.view())) {
     reportFailure(input_path);
+    if (progress_) progress_->fileFinished(size, false);
     return kConversionFailed;
   }
   if (job_.options->update && outputUpToDate(*job_.output_root, output_file.view(), input)) {
     // Never deleted: its output may come from another run.
     QM_LOG_I("Up to date: %.*s", viewLength(input_path), input_path.data());
+    if (progress_) progress_->fileSkipped(size);
     return 0;
   }
   if (!claims_.mayWrite(input_path, *job_.output_root, output_file.view())) {
     reportFailure(input_path);
+    if (progress_) progress_->fileFinished(size, false);
     return kConversionFailed;
   }
-  std::int64_t size = input.size;
-  if (!pool_) return convertAndReport(job_, input_path, stem);
+  if (!pool_) return convertAndReport(job_, input_path, stem, progress_, size);
   pool_->submit(conversionMemoryEstimate(input_path, size),
-                [this, input = SmallString(input_path), output_stem = SmallString(stem)] {
-                  if (convertAndReport(job_, input.view(), output_stem.view()) != 0) pool_failed_ = true;
+                [this, input = SmallString(input_path), output_stem = SmallString(stem), size] {
+                  if (convertAndReport(job_, input.view(), output_stem.view(), progress_, size) != 0) pool_failed_ = true;
                 });
   return 0;
 }
@@ -188,8 +198,8 @@ std::uint64_t conversionMemoryEstimate(std::string_view input_path, std::int64_t
   return plain ? bytes + bytes / 4 : bytes * 4;
 }
 
-bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs) {
-  InputWalk walk(job);
+bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs, ProgressDisplay* progress) {
+  InputWalk walk(job, progress);
   return walk.run(inputs);
 }
 

@@ -1,27 +1,26 @@
 #pragma once
 // Walks the inputs: files are converted, folders descended into; output paths mirror the inputs.
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 #include <vector>
 
-#include <atomic>
-
 #include "app/conversion_pool.h"
 #include "app/converter_job.h"
 #include "app/output_claims.h"
+#include "app/progress_display.h"
 
 namespace qm {
 
-// True when any input failed.
-bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs);
+// True when any input failed. `progress`, when given, hears of every file converted.
+bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs, ProgressDisplay* progress = nullptr);
 
-// One walk over the inputs of a run.
 // One walk over the inputs of a run. With one job, each file is converted where the walk meets
 // it; with more, files are handed to a pool of workers in walk order, and their failures are
 // gathered when all have finished.
 class InputWalk {
  public:
-  explicit InputWalk(const ConverterJob& job) : job_(job) {}
+  explicit InputWalk(const ConverterJob& job, ProgressDisplay* progress = nullptr) : job_(job), progress_(progress) {}
   // True when any input failed.
   bool run(const std::vector<SmallString>& inputs);
 
@@ -34,6 +33,7 @@ class InputWalk {
   bool walkInputs(const std::vector<SmallString>& inputs);
 
   const ConverterJob& job_;
+  ProgressDisplay* progress_;  // borrowed; null when no progress is shown
   OutputClaims claims_;
   ConversionPool* pool_ = nullptr;
   std::atomic<bool> pool_failed_{false};
@@ -45,6 +45,10 @@ std::uint64_t conversionMemoryEstimate(std::string_view input_path, std::int64_t
 
 // mf4, mfc, mfe or mfm, in any case.
 bool acceptFileName(std::string_view path);
+
+// Whether the walk converts a file it meets; counting ahead of the walk asks the same. It takes
+// the job so that options which narrow a run's choice of files can decide here too.
+bool isFileToConvert(const ConverterJob& job, std::string_view input_path);
 
 // The output name of an input given on the command line: "_out" goes in front of the first "/"
 // of a folder's name (or at its end).

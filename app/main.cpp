@@ -1,12 +1,27 @@
 // quillmend: finalizes the MDF4 files that CAN/LIN bus loggers write, layer by layer.
+#include <unistd.h>
+
 #include <csignal>
 #include <memory>
 #include <new>
 
 #include "app/command_line.h"
 #include "app/converter_job.h"
+#include "app/input_count.h"
 #include "app/input_walk.h"
+#include "app/progress_display.h"
 #include "app/run_context.h"
+
+namespace {
+
+// Only a person at a terminal gets progress; only then are the inputs counted ahead.
+std::unique_ptr<qm::ProgressDisplay> startProgress(const qm::ConverterJob& job, const qm::RunContext& context) {
+  if (!qm::progressWanted(context.options)) return nullptr;
+  qm::InputTotals totals = qm::countInputs(job, context.inputs);
+  return std::make_unique<qm::ProgressDisplay>(STDERR_FILENO, totals.files, totals.bytes);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   // A file-size limit must fail the one write that crosses it, not kill the run.
@@ -20,7 +35,9 @@ int main(int argc, char** argv) {
   std::unique_ptr<qm::ConverterJob> job =
       qm::ConverterJob::create(context->root_directory.get(), context->outputRoot(), &context->options);
   if (!job) return exit_status;
+  std::unique_ptr<qm::ProgressDisplay> progress = startProgress(*job, *context);
   // A plain assignment: the run's result replaces anything the password loading ORed in.
-  exit_status = qm::runInputs(*job, context->inputs) ? qm::kExitInputFailed : qm::kExitOk;
+  exit_status = qm::runInputs(*job, context->inputs, progress.get()) ? qm::kExitInputFailed : qm::kExitOk;
+  if (progress) progress->finish();
   return exit_status;
 }

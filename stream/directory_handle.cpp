@@ -68,6 +68,11 @@ bool DirectoryHandle::stat(std::string_view relative, DirectoryEntry* entry) con
 bool DirectoryHandle::list(std::string_view relative, std::vector<DirectoryEntry>* sorted) const {
   if (!sorted) return false;
   QM_LOG_I("ls: %.*s", static_cast<int>(relative.size()), relative.data());
+  return listQuietly(relative, sorted);
+}
+
+bool DirectoryHandle::listQuietly(std::string_view relative, std::vector<DirectoryEntry>* sorted) const {
+  if (!sorted) return false;
   SmallString folder = join(relative);
   DIR* dir = ::opendir(folder.c_str());
   if (!dir) return false;

@@ -36,6 +36,8 @@ class DirectoryHandle {
   // Adds the regular files and folders of a folder to the list, which stays sorted by byte-wise
   // name; names already in it are kept as they are. False when the folder cannot be read.
   bool list(std::string_view relative, std::vector<DirectoryEntry>* sorted) const;
+  // The same without the "ls:" line, for looking ahead of the walk without logging it twice.
+  bool listQuietly(std::string_view relative, std::vector<DirectoryEntry>* sorted) const;
   bool makeDirectory(std::string_view relative) const;
   bool removeFile(std::string_view relative) const;
   // Flags: kOpenRead and/or kOpenWrite; neither gives null.

@@ -1,0 +1,210 @@
+// Progress for a person at a terminal: a status line redrawn in place with the log lines above
+// it and a summary at the end; and for scripts, not one byte more than before.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "tests/support/mdf_builder.h"
+#include "tests/support/run_in_terminal.h"
+#include "tests/support/run_program.h"
+
+namespace qm::test {
+namespace {
+
+constexpr std::string_view kRedraw = "\r\033[K";
+
+std::string loggerFile(std::uint16_t seed) {
+  MdfBuilder b;
+  b.id({.standard_flags = 0x0025});
+  auto rpm = b.channel({.name = b.text("Rpm"), .byte_offset = 0, .bit_count = 32});
+  auto cg2 = b.channelGroup({.first_channel = rpm, .record_id = 2, .data_bytes = 4});
+  auto cg1 = b.channelGroup({.next = cg2, .first_channel = b.channel({.name = b.text("Speed"), .bit_count = 16}),
+                             .record_id = 1, .data_bytes = 2});
+  std::string records;
+  for (std::uint16_t i = 0; i < 30; ++i) {
+    records += i % 3 ? MdfBuilder::record(2, 1, MdfBuilder::u32(seed * 1000u + i))
+                     : MdfBuilder::record(1, 1, MdfBuilder::u16(static_cast<std::uint16_t>(seed + i)));
+  }
+  auto dt = b.data(records);
+  b.setLength(dt, 24);
+  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg1, .data = dt, .record_id_size = 1})});
+  return b.bytes();
+}
+
+// Walk order: a, b, broken (fails), notes.txt (not taken), then the folder sub with c.
+void writeFolder(const TempDir& dir, const std::string& a_name = "a.MF4") {
+  writeFile(dir / ("logs/" + a_name), loggerFile(1));
+  writeFile(dir / "logs/b.MF4", loggerFile(2));
+  writeFile(dir / "logs/broken.MF4", "not an MDF4 file at all");
+  writeFile(dir / "logs/notes.txt", "not a log");
+  writeFile(dir / "logs/sub/c.mf4", loggerFile(3));
+}
+
+// A log line without its "MM-DD hh:mm:ss.mmm ppppp ttttt " prefix; the level letter stays.
+std::string withoutPrefix(const std::string& line) {
+  static const std::regex prefix(R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [ \d]{4}\d+ [ \d]{4}\d+ )");
+  std::smatch match;
+  EXPECT_TRUE(std::regex_search(line, match, prefix)) << line;
+  return match.empty() ? line : line.substr(static_cast<std::size_t>(match.length(0)));
+}
+
+std::string strippedLines(const std::string& err) {
+  std::string out;
+  std::istringstream in(err);
+  for (std::string line; std::getline(in, line);) out += withoutPrefix(line) + "\n";
+  return out;
+}
+
+// The terminal's bytes taken apart at each "carriage return, clear line".
+struct Screen {
+  std::vector<std::string> status_lines;
+  std::string log;  // the log lines in order, prefixes stripped
+  std::string summary;
+  int redraws = 0;
+  bool mixed = false;  // a status line and a log line share bytes
+};
+
+Screen readScreen(const std::string& bytes) {
+  Screen screen;
+  std::size_t at = 0;
+  bool first = true;
+  while (at <= bytes.size()) {
+    std::size_t next = bytes.find(kRedraw, at);
+    std::string segment = bytes.substr(at, next == std::string::npos ? std::string::npos : next - at);
+    std::size_t newline = segment.find('\n');
+    if (segment.rfind("Converted ", 0) == 0) {
+      screen.summary = segment;
+    } else if (newline == std::string::npos) {
+      if (!segment.empty()) screen.status_lines.push_back(segment);
+    } else if (first || newline == segment.size() - 1) {
+      // Before the display starts, lines of the command line's own may come several at a time.
+      if (segment.back() != '\n') screen.mixed = true;
+      screen.log += strippedLines(segment);
+    } else {
+      screen.mixed = true;
+    }
+    if (next == std::string::npos) break;
+    ++screen.redraws;
+    at = next + kRedraw.size();
+    first = false;
+  }
+  return screen;
+}
+
+class Progress : public ::testing::Test {
+ protected:
+  std::string cwd() const { return dir_.path().string(); }
+  TempDir dir_;
+};
+
+TEST_F(Progress, TerminalShowsStatusLinesWithLogLinesAboveAndASummary) {
+  writeFolder(dir_);
+  TerminalRun terminal = runInTerminal(QM_BINARY, {"--verbosity=3", "logs"}, cwd());
+  EXPECT_EQ(terminal.status, 1);
+  Screen screen = readScreen(terminal.screen);
+  EXPECT_FALSE(screen.mixed) << terminal.screen;
+  EXPECT_GE(screen.redraws, 5);
+
+  ASSERT_FALSE(screen.status_lines.empty()) << terminal.screen;
+  EXPECT_EQ(screen.status_lines.front().rfind("0/4 files, 0 B/", 0), 0u) << screen.status_lines.front();
+  static const std::regex status(R"(^\d/4 files, [\d.]+ (B|KiB)/[\d.]+ (B|KiB), [\d.]+ (B|KiB|MiB|GiB)/s, [-:\d]+ left(, .+)?$)");
+  for (const std::string& line : screen.status_lines) {
+    EXPECT_TRUE(std::regex_match(line, status)) << line;
+    EXPECT_LT(line.size(), 80u);
+  }
+  // Redrawn below the failure's log line: three files done, the failed one the latest.
+  bool after_failure = false;
+  for (const std::string& line : screen.status_lines) {
+    if (line.rfind("3/4 files, ", 0) == 0 && line.size() > 15 && line.substr(line.size() - 15) == "logs/broken.MF4") {
+      after_failure = true;
+    }
+  }
+  EXPECT_TRUE(after_failure) << terminal.screen;
+
+  static const std::regex summary(R"(^Converted 3 files, 1 failed, 0 skipped, [\d.]+ (B|KiB) in \d+\.\d s\n$)");
+  EXPECT_TRUE(std::regex_match(screen.summary, summary)) << screen.summary;
+  EXPECT_EQ(terminal.screen.substr(terminal.screen.size() - screen.summary.size()), screen.summary)
+      << "the summary is the last thing printed";
+
+  // The log lines are those of a run without a terminal, in the same order: counting the inputs
+  // ahead logged nothing.
+  TempDir plain_dir;
+  writeFolder(plain_dir);
+  ProgramRun plain = runProgram(QM_BINARY, {"--verbosity=3", "logs"}, plain_dir.path().string());
+  EXPECT_EQ(screen.log, strippedLines(plain.err));
+}
+
+TEST_F(Progress, NonInteractiveOnATerminalPrintsOnlyTheLogLines) {
+  writeFolder(dir_);
+  TerminalRun terminal = runInTerminal(QM_BINARY, {"--non-interactive", "--verbosity=3", "logs"}, cwd());
+  EXPECT_EQ(terminal.status, 1);
+  EXPECT_EQ(terminal.screen.find('\r'), std::string::npos);
+  EXPECT_EQ(terminal.screen.find('\033'), std::string::npos);
+  EXPECT_EQ(strippedLines(terminal.screen),
+            "W Failed to open password file at passwords.json\n"
+            "I ls: logs\n"
+            "E Error during conversion of logs/broken.MF4\n"
+            "I ls: logs/sub\n");
+}
+
+TEST_F(Progress, NarrowTerminalShortensTheFileNameFromItsFront) {
+  // Walked right before the folder sub, whose "ls:" line makes the status line redraw.
+  const std::string long_name = "long_name_that_a_logger_gave_to_the_trip_recorded_on_monday.MF4";
+  writeFolder(dir_, long_name);
+  TerminalRun terminal = runInTerminal(QM_BINARY, {"--verbosity=3", "logs"}, cwd(), 72);
+  Screen screen = readScreen(terminal.screen);
+  EXPECT_FALSE(screen.mixed);
+  bool shortened = false;
+  for (const std::string& line : screen.status_lines) {
+    EXPECT_LE(line.size(), 71u) << line;
+    if (line.find("...") != std::string::npos && line.substr(line.size() - 10) == "monday.MF4") shortened = true;
+  }
+  EXPECT_TRUE(shortened) << terminal.screen;
+}
+
+TEST_F(Progress, SeveralJobsCountTheWorkOfEveryWorker) {
+  for (std::uint16_t i = 0; i < 8; ++i) writeFile(dir_ / ("logs/f" + std::to_string(i) + ".MF4"), loggerFile(i));
+  writeFile(dir_ / "logs/g/broken.mfe", "not a container");
+  TerminalRun terminal = runInTerminal(QM_BINARY, {"--jobs=3", "--verbosity=3", "logs"}, cwd());
+  EXPECT_EQ(terminal.status, 1);
+  Screen screen = readScreen(terminal.screen);
+  EXPECT_FALSE(screen.mixed) << terminal.screen;
+  EXPECT_EQ(screen.summary.rfind("Converted 8 files, 1 failed, 0 skipped, ", 0), 0u) << screen.summary;
+  EXPECT_EQ(screen.status_lines.front().rfind("0/9 files, ", 0), 0u);
+}
+
+// Scripts read standard error: without a terminal it holds exactly what it held before the
+// progress display existed, whether --non-interactive is given or not.
+class ProgressWithoutTerminal : public ::testing::TestWithParam<std::pair<std::string, std::string>> {};
+
+TEST_P(ProgressWithoutTerminal, StandardErrorIsUnchanged) {
+  const auto& [verbosity, expected] = GetParam();
+  TempDir plain_dir;
+  TempDir non_interactive_dir;
+  writeFolder(plain_dir);
+  writeFolder(non_interactive_dir);
+  ProgramRun plain = runProgram(QM_BINARY, {"--verbosity=" + verbosity, "logs"}, plain_dir.path().string());
+  ProgramRun non_interactive = runProgram(QM_BINARY, {"--verbosity=" + verbosity, "--non-interactive", "logs"},
+                                          non_interactive_dir.path().string());
+  EXPECT_EQ(plain.status, 1);
+  EXPECT_EQ(non_interactive.status, 1);
+  EXPECT_EQ(plain.out, "");
+  EXPECT_EQ(non_interactive.out, "");
+  EXPECT_EQ(strippedLines(plain.err), expected);
+  EXPECT_EQ(strippedLines(non_interactive.err), expected);
+  EXPECT_EQ(plain.err.find('\r'), std::string::npos);
+  EXPECT_EQ(readFile(plain_dir / "logs_out/sub/c_fin.MF4"), readFile(non_interactive_dir / "logs_out/sub/c_fin.MF4"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Verbosity, ProgressWithoutTerminal,
+    ::testing::Values(std::pair<std::string, std::string>{"1", "E Error during conversion of logs/broken.MF4\n"},
+                      std::pair<std::string, std::string>{"3",
+                                                          "W Failed to open password file at passwords.json\n"
+                                                          "I ls: logs\n"
+                                                          "E Error during conversion of logs/broken.MF4\n"
+                                                          "I ls: logs/sub\n"}));
+
+}  // namespace
+}  // namespace qm::test
