@@ -66,17 +66,32 @@ class OnePassDecoder {
         out_(output->bytes.get()) {}
 
   bool decode(const std::uint8_t* input, std::size_t input_size) {
-    std::uint64_t bit = 0;
-    // While eight bytes can be loaded, the 57 or more bits at hand hold any whole item.
-    while ((bit >> 3) + 8 <= input_size) {
-      if (!makeRoom()) return false;
-      bit += decodeItem(loadBigEndian(input + (bit >> 3)) << (bit & 7));
+    // While eight bytes can be loaded, a 64-bit buffer is topped up to at least 56 bits at a
+    // time, enough for a fixed number of whole items; shifting consumed bits out is all that
+    // lies between one item and the next.
+    const unsigned longest_bits = reference_bits_ > kLiteralBits ? reference_bits_ : kLiteralBits;
+    const unsigned items_per_fill = 56 / longest_bits;
+    std::size_t next = 0;  // the first input byte not yet wholly in the buffer
+    std::uint64_t bits = 0;
+    unsigned count = 0;  // valid bits at the top of `bits`
+    while (input_size >= 8 && next <= input_size - 8) {
+      if (!makeRoom(items_per_fill)) return false;
+      bits |= loadBigEndian(input + next) >> count;
+      next += (63 - count) >> 3;
+      count |= 56;
+      for (unsigned i = 0; i < items_per_fill; ++i) {
+        unsigned used = decodeItem(bits);
+        bits <<= used;
+        count -= used;
+      }
     }
-    // The last few bytes, padded with zeros; an item that the real bits cannot hold ends it.
+    std::uint64_t bit = std::uint64_t{next} * 8 - count;
+    // The last few bytes (fewer than 16: the buffer may have held up to 63 bits), padded with
+    // zeros; an item that the real bits cannot hold ends it.
     const std::uint64_t total_bits = std::uint64_t{input_size} * 8;
     const std::uint64_t tail_start = bit >> 3;
-    std::uint8_t tail[16] = {};
-    std::memcpy(tail, input + tail_start, input_size - tail_start);
+    std::uint8_t tail[16 + 8] = {};
+    if (input_size > tail_start) std::memcpy(tail, input + tail_start, input_size - tail_start);
     while (bit < total_bits) {
       std::uint64_t window = loadBigEndian(tail + ((bit >> 3) - tail_start)) << (bit & 7);
       std::uint64_t needed = window >> 63 ? kLiteralBits : reference_bits_;
@@ -91,9 +106,10 @@ class OnePassDecoder {
  private:
   static constexpr unsigned kLiteralBits = 9;
 
-  bool makeRoom() {
-    if (output_->capacity - at_ >= longest_item_ + kCopyOverrun) return true;
-    if (!reserveOutput(output_, at_ + longest_item_ + kCopyOverrun)) return false;
+  bool makeRoom(unsigned items = 1) {
+    std::uint64_t needed = items * longest_item_ + kCopyOverrun;
+    if (output_->capacity - at_ >= needed) return true;
+    if (!reserveOutput(output_, at_ + needed)) return false;
     out_ = output_->bytes.get();
     return true;
   }
