@@ -39,9 +39,11 @@ class CompressedStream : public Stream {
 };
 
 // Builds the layer, or null. The inner stream is always consumed: once decoding starts it is
-// closed through the decoder, and on an earlier refusal it is released with the call. A
-// decoding error ends the content where it happened without failing the layer. The result is
-// positioned at the end of its content.
+// closed, and on an earlier refusal it is released with the call. An inner stream that holds
+// its content in memory is decoded in one pass; one that must be read goes through the
+// incremental decoder, where a read error ends the content where it happened without failing
+// the layer. Running out of memory for the decoded bytes fails it. The result is positioned at
+// the end of its content.
 std::unique_ptr<Stream> openCompressed(std::unique_ptr<Stream> inner, const ContainerHeader& header);
 
 }  // namespace qm

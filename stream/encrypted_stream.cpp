@@ -1,15 +1,19 @@
 #include "stream/encrypted_stream.h"
 
-#include <mbedtls/cipher.h>
-#include <mbedtls/platform_util.h>
+#include <cstring>
 
-#include "stream/container_key.h"
+#include "stream/container_crypto.h"
+#include "stream/large_buffer.h"
 #include "stream/stream_reader.h"
 
 namespace qm {
 namespace {
 
-constexpr std::size_t kCipherChunk = 512;
+static_assert(kEncryptedNonceSize == kGcmNonceSize && kEncryptedTagSize == kGcmTagSize);
+
+// Large enough that the per-call cost vanishes, small enough that a piece read from a file is
+// still in the cache when it is decrypted in place.
+constexpr std::size_t kCipherPiece = std::size_t{1} << 20;
 
 struct ContainerSecrets {
   std::uint8_t nonce[kEncryptedNonceSize];
@@ -25,84 +29,71 @@ bool readSecrets(Stream* inner, ContainerSecrets* secrets) {
          reader.readBytes(secrets->salt, sizeof secrets->salt);
 }
 
-// Reads until the buffer is full or the stream has nothing more, so that every chunk but the
-// last reaches the cipher whole.
-std::int64_t readFully(Stream* inner, std::uint8_t* buffer, std::size_t count) {
-  std::size_t done = 0;
+// Reads until the buffer is full or the stream has nothing more.
+std::uint64_t readFully(Stream* inner, std::uint8_t* buffer, std::uint64_t count) {
+  std::uint64_t done = 0;
   while (done < count) {
-    std::int64_t n = inner->read(buffer + done, count - done);
+    std::uint64_t want = count - done < kCipherPiece ? count - done : kCipherPiece;
+    std::int64_t n = inner->read(buffer + done, static_cast<std::size_t>(want));
     if (n <= 0) break;
-    done += static_cast<std::size_t>(n);
+    done += static_cast<std::uint64_t>(n);
   }
-  return static_cast<std::int64_t>(done);
+  return done;
 }
 
-// AES-256-GCM decryption; the context is freed whichever way the work ends.
-class GcmDecryption {
- public:
-  GcmDecryption() { mbedtls_cipher_init(&context_); }
-  ~GcmDecryption() { mbedtls_cipher_free(&context_); }
-  GcmDecryption(const GcmDecryption&) = delete;
-  GcmDecryption& operator=(const GcmDecryption&) = delete;
+bool readAt(Stream* inner, std::int64_t offset, std::uint8_t* buffer, std::uint64_t count) {
+  return setPosition(inner, offset) && readFully(inner, buffer, count) == count;
+}
 
-  bool start(const std::uint8_t key[kContainerKeySize], const std::uint8_t* nonce) {
-    const mbedtls_cipher_info_t* info = mbedtls_cipher_info_from_type(MBEDTLS_CIPHER_AES_256_GCM);
-    return info && mbedtls_cipher_setup(&context_, info) == 0 &&
-           mbedtls_cipher_setkey(&context_, key, 256, MBEDTLS_DECRYPT) == 0 &&
-           mbedtls_cipher_set_iv(&context_, nonce, kEncryptedNonceSize) == 0;
+// The authenticated prefix, the ciphertext and the tag of a container, decrypted into `plain`
+// (ciphertext length bytes). Read in place when the inner stream holds the container in memory.
+class CipherSource {
+ public:
+  CipherSource(Stream* inner, std::int64_t file_size)
+      : inner_(inner), file_size_(static_cast<std::uint64_t>(file_size)), memory_(inner->contents()) {
+    if (memory_.size != file_size_) memory_ = {};
   }
-  bool addAuthenticatedData(const std::uint8_t* data, std::size_t size) {
-    return mbedtls_cipher_update_ad(&context_, data, size) == 0;
-  }
-  bool update(const std::uint8_t* input, std::size_t size, std::uint8_t* output, std::size_t* produced) {
-    return mbedtls_cipher_update(&context_, input, size, output, produced) == 0;
-  }
-  bool finish(std::uint8_t* output, std::size_t* produced) {
-    return mbedtls_cipher_finish(&context_, output, produced) == 0;
-  }
-  bool tagMatches(const std::uint8_t* tag) {
-    return mbedtls_cipher_check_tag(&context_, tag, kEncryptedTagSize) == 0;
+
+  bool decryptInto(GcmDecryption& gcm, std::uint8_t* plain) {
+    std::uint8_t aad[kEncryptedAadSize];
+    std::uint8_t tag[kEncryptedTagSize];
+    std::uint64_t cipher_size = file_size_ - kEncryptedMinimumSize;
+    if (!copyAt(0, aad, sizeof aad) || !copyAt(file_size_ - kEncryptedTagSize, tag, sizeof tag) ||
+        !gcm.addAuthenticatedData(aad, sizeof aad)) {
+      return false;
+    }
+    if (memory_.inMemory()) {
+      if (!gcm.update(memory_.data + kEncryptedAadSize, cipher_size, plain)) return false;
+    } else if (!decryptReadPieces(gcm, plain, cipher_size)) {
+      return false;
+    }
+    return gcm.finishAndCheckTag(tag);
   }
 
  private:
-  mbedtls_cipher_context_t context_;
-};
-
-bool writeAll(MemoryStream* target, const std::uint8_t* data, std::size_t size) {
-  return size == 0 || target->write(data, size) == static_cast<std::int64_t>(size);
-}
-
-bool decryptPayload(Stream* inner, std::int64_t file_size, GcmDecryption* gcm, MemoryStream* plain) {
-  std::uint8_t tag[kEncryptedTagSize];
-  streamSeek(inner, 0, kSeekEnd);
-  if (streamTell(inner) != file_size) return false;
-  streamSeek(inner, -static_cast<std::int64_t>(kEncryptedTagSize), kSeekCur);
-  if (readFully(inner, tag, sizeof tag) != static_cast<std::int64_t>(sizeof tag)) return false;
-
-  std::uint8_t chunk[kCipherChunk];
-  std::uint8_t out[kCipherChunk + 16];
-  streamSeek(inner, 0, kSeekSet);
-  if (readFully(inner, chunk, kEncryptedAadSize) != static_cast<std::int64_t>(kEncryptedAadSize) ||
-      !gcm->addAuthenticatedData(chunk, kEncryptedAadSize)) {
-    return false;
+  bool copyAt(std::uint64_t offset, std::uint8_t* buffer, std::size_t count) {
+    if (!memory_.inMemory()) return readAt(inner_, static_cast<std::int64_t>(offset), buffer, count);
+    std::memcpy(buffer, memory_.data + offset, count);
+    return true;
   }
-  std::uint64_t remaining = static_cast<std::uint64_t>(file_size - kEncryptedMinimumSize);
-  if (!plain->reserve(remaining)) return false;
-  while (remaining != 0) {
-    std::size_t want = remaining < kCipherChunk ? static_cast<std::size_t>(remaining) : kCipherChunk;
-    std::int64_t n = readFully(inner, chunk, want);
-    if (n <= 0) return false;
-    remaining -= static_cast<std::uint64_t>(n);
-    std::size_t produced = 0;
-    if (!gcm->update(chunk, static_cast<std::size_t>(n), out, &produced) ||
-        !writeAll(plain, out, produced)) {
-      return false;
+
+  // Each piece is read into its final place and decrypted there.
+  bool decryptReadPieces(GcmDecryption& gcm, std::uint8_t* plain, std::uint64_t cipher_size) {
+    if (!setPosition(inner_, static_cast<std::int64_t>(kEncryptedAadSize))) return false;
+    for (std::uint64_t done = 0; done < cipher_size;) {
+      std::uint64_t piece = cipher_size - done < kCipherPiece ? cipher_size - done : kCipherPiece;
+      if (readFully(inner_, plain + done, piece) != piece || !gcm.update(plain + done, piece, plain + done)) {
+        return false;
+      }
+      done += piece;
     }
+    return true;
   }
-  std::size_t produced = 0;
-  if (!gcm->finish(out, &produced) || !writeAll(plain, out, produced)) return false;
-  return gcm->tagMatches(tag);
-}
+
+  Stream* inner_;  // borrowed
+  std::uint64_t file_size_;
+  ByteView memory_;
+};
 
 }  // namespace
 
@@ -137,17 +128,22 @@ std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& head
   // Checked before the (possibly slow) key derivation: a shorter file has no room for a tag.
   std::int64_t file_size = streamSize(inner);
   if (file_size < kEncryptedMinimumSize) return nullptr;
+  // The plaintext is as long as the ciphertext; one buffer of that size, so nothing is copied.
+  std::uint64_t plain_size = static_cast<std::uint64_t>(file_size - kEncryptedMinimumSize);
+  LargeBuffer plain = allocateZeroed(plain_size ? static_cast<std::size_t>(plain_size) : 1);
+  if (!plain) return nullptr;
 
-  auto layer = std::make_unique<EncryptedStream>(header);
   std::uint8_t key[kContainerKeySize];
-  if (!deriveContainerKey(password, secrets.salt, sizeof secrets.salt, secrets.iterations, key)) {
-    return nullptr;
-  }
+  bool derived = deriveContainerKey(password, secrets.salt, sizeof secrets.salt, secrets.iterations, key);
   GcmDecryption gcm;
-  bool started = gcm.start(key, secrets.nonce);
-  mbedtls_platform_zeroize(key, sizeof key);  // the cipher keeps its own copy
+  bool started = derived && gcm.start(key, secrets.nonce);
+  wipeSecret(key, sizeof key);  // the cipher keeps its own schedule, wiped when it is freed
   if (!started) return nullptr;
-  if (!decryptPayload(inner, file_size, &gcm, layer->content())) return nullptr;
+  CipherSource source(inner, file_size);
+  // Nothing decrypted leaves this function unless the tag matched.
+  if (!source.decryptInto(gcm, plain.get())) return nullptr;
+  auto layer = std::make_unique<EncryptedStream>(header);
+  layer->content()->adopt(std::move(plain), plain_size, plain_size);
   return layer;
 }
 

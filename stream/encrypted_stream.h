@@ -42,7 +42,8 @@ class EncryptedStream : public Stream {
 };
 
 // Builds the layer, or null on any failure (wrong type or version, container shorter than 68
-// bytes, short read, key derivation or cipher failure, tag mismatch). Nothing is returned
+// bytes, short read, no memory for the plaintext, key derivation or cipher failure, tag
+// mismatch). Nothing is returned
 // unless the tag matches. The inner stream is only read: the caller keeps it and may close it
 // as soon as this returns. The result is positioned at the end of its content.
 std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& header,

@@ -1,6 +1,6 @@
 #pragma once
-// Read-ahead buffers, up to a whole input that cannot be mapped (a decoded container lives in
-// a memory stream instead). Big ones cost more in page faults than in the copying itself;
+// Read-ahead buffers, up to a whole input that cannot be mapped, and the decoded content of
+// container layers, which a memory stream then takes over. Big ones cost more in page faults than in the copying itself;
 // asking for huge pages on them makes the faults 512 times fewer where the kernel has them.
 #include <cstddef>
 #include <cstdint>

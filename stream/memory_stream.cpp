@@ -59,6 +59,13 @@ std::int64_t MemoryStream::seek(std::int64_t offset, int origin) {
   return static_cast<std::int64_t>(target);
 }
 
+void MemoryStream::adopt(LargeBuffer buffer, std::uint64_t size, std::uint64_t capacity) {
+  std::free(data_);
+  data_ = buffer.release();
+  capacity_ = data_ ? capacity : 0;
+  size_ = position_ = data_ ? size : 0;
+}
+
 int MemoryStream::close() {
   std::free(data_);
   data_ = nullptr;

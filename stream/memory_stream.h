@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "stream/large_buffer.h"
 #include "stream/stream.h"
 
 namespace qm {
@@ -39,6 +40,9 @@ class MemoryStream : public Stream {
   std::uint64_t capacity() const { return capacity_; }
   // Makes room for n more bytes after the position without changing the size.
   bool reserve(std::uint64_t n);
+  // Takes over a buffer filled elsewhere (its first `size` of `capacity` bytes count) in place
+  // of the stream's own, so that a decoded layer needs no copy; the position is left at the end.
+  void adopt(LargeBuffer buffer, std::uint64_t size, std::uint64_t capacity);
 
  private:
   std::int64_t writeSlow(const void* buffer, std::size_t count);

@@ -1,12 +1,18 @@
 #include "stream/piece_list.h"
 
-#include <algorithm>
+#include <cstdlib>
 
 namespace qm {
 
-void PieceList::grow() {
-  std::size_t size = std::max<std::size_t>(4096, 2 * encoded_.size());
-  encoded_.resize(std::max(size, used_ + kMaxEntryBytes));
+bool PieceList::grow() {
+  std::size_t capacity = capacity_ < 4096 ? 4096 : 2 * capacity_;
+  void* grown = std::realloc(encoded_.get(), capacity);
+  if (!grown) return false;
+  static_cast<void>(encoded_.release());
+  encoded_.reset(static_cast<std::uint8_t*>(grown));
+  capacity_ = capacity;
+  adviseHugePages(grown, capacity);
+  return true;
 }
 
 }  // namespace qm

@@ -6,7 +6,8 @@
 // so adding and walking pieces are kept inline.
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+
+#include "stream/large_buffer.h"
 
 namespace qm {
 
@@ -45,7 +46,7 @@ class PieceList {
     // keeps its state in locals: the stores into `out` would otherwise make the compiler
     // reload it for every piece.
     std::size_t next(Piece* out, std::size_t most) {
-      const std::uint8_t* bytes = list_->encoded_.data();
+      const std::uint8_t* bytes = list_->encoded_.get();
       const std::size_t used = list_->used_;
       std::size_t at = at_;
       std::uint64_t previous_end = previous_end_;
@@ -112,8 +113,8 @@ class PieceList {
   // the compiler would reload the members after each of them.
   void flush() {
     if (pending_.length == 0) return;
-    if (encoded_.size() - used_ < kMaxEntryBytes) grow();
-    std::uint8_t* begin = encoded_.data();
+    if (capacity_ - used_ < kMaxEntryBytes && !grow()) return;
+    std::uint8_t* begin = encoded_.get();
     std::uint64_t distance = zigzag(static_cast<std::int64_t>(pending_.offset - encoded_end_));
     std::uint64_t length = pending_.length;
     std::size_t used = used_;
@@ -136,9 +137,14 @@ class PieceList {
     *out++ = static_cast<std::uint8_t>(value);
     return out;
   }
-  void grow();
+  // Doubles the room. When memory runs out the piece is dropped but still counted in the total,
+  // so whoever copies the pieces meets a short read and fails instead of writing less.
+  bool grow();
 
-  std::vector<std::uint8_t> encoded_;  // the first used_ bytes hold pieces
+  // Plain allocated bytes, not a vector: growing then neither fills the new room with zeros
+  // nor, for a large list, copies the old bytes (the pages are moved instead).
+  LargeBuffer encoded_;  // the first used_ bytes hold pieces
+  std::size_t capacity_ = 0;
   std::size_t used_ = 0;
   Piece pending_;                  // the last piece, still growing
   std::uint64_t encoded_end_ = 0;  // where the last encoded piece ends

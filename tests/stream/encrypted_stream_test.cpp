@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "stream/container_key.h"
+#include "stream/container_crypto.h"
 #include "tests/stream/counting_stream.h"
 #include "tests/support/container_writer.h"
 
@@ -27,6 +27,54 @@ std::string decrypt(const std::string& container, std::string_view password) {
   if (!layer) return "<refused>";
   layer->seek(0, kSeekSet);
   return test::readRest(layer.get());
+}
+
+// A stream whose bytes are reachable only by reading, as a file read without a whole-file buffer.
+class ReadOnlyMemory : public MemoryStream {
+ public:
+  explicit ReadOnlyMemory(const std::string& bytes) {
+    write(bytes.data(), bytes.size());
+    seek(0, kSeekSet);
+  }
+  ByteView contents() override { return {}; }
+};
+
+std::string decryptByReading(const std::string& container, std::string_view password) {
+  ReadOnlyMemory inner(container);
+  ContainerHeader header{};
+  if (detectContainer(&inner, &header) != 1) return "<no container>";
+  auto layer = openEncrypted(&inner, header, password);
+  if (!layer) return "<refused>";
+  layer->seek(0, kSeekSet);
+  return test::readRest(layer.get());
+}
+
+TEST(EncryptedStream, DecryptsAContainerSealedByAnIndependentImplementation) {
+  // Device 1A2B3C4D, nonce 00..0B, 3 iterations, salt 64..73, password "logger secret".
+  const std::string container(
+      "\x47\x65\x6e\x65\x72\x69\x63\x20\x46\x69\x6c\x65\x01\x00\x11\x01\x1a\x2b\x3c\x4d\x00\x01\x02\x03"
+      "\x04\x05\x06\x07\x08\x09\x0a\x0b\x00\x00\x00\x03\x64\x65\x66\x67\x68\x69\x6a\x6b\x6c\x6d\x6e\x6f"
+      "\x70\x71\x72\x73\x88\xbb\xf2\xd7\x92\xd7\x71\x60\xad\xe5\x47\x5a\xa5\x51\x80\x16\x2c\x7c\x8a\x3a"
+      "\xab\xf0\x26\xb0\x1b\x01\x52\xcf\x98\x23\x3d\x79\x41\x9e\x5e\x18\x0b\xdb\x46\xf0\xb0\x1c\x58\xb1"
+      "\xbf\xc2\xe7\x79\x66\x74\x49\x13\x23",
+      105);
+  const std::string expected = "a payload of 37 bytes, not 16-aligned";
+  EXPECT_EQ(decrypt(container, "logger secret"), expected);
+  EXPECT_EQ(decryptByReading(container, "logger secret"), expected);
+  // The writer the tests use agrees with it byte for byte.
+  EXPECT_EQ(test::makeEncryptedContainer(expected, 0x1A2B3C4D, "logger secret", 3).size(), container.size());
+}
+
+TEST(EncryptedStream, ReadsPieceByPieceWhenTheContainerIsNotInMemory) {
+  // Large enough to take several pieces, with a last piece of odd length.
+  std::string payload = payloadOf((std::size_t{5} << 19) + 13);
+  std::string container = test::makeEncryptedContainer(payload, 9, "pw", 2);
+  EXPECT_EQ(decryptByReading(container, "pw"), payload);
+  EXPECT_EQ(decryptByReading(container, "px"), "<refused>");
+  std::string last_byte_changed = container;
+  last_byte_changed[container.size() - 17] ^= 1;  // the ciphertext's last byte
+  EXPECT_EQ(decryptByReading(last_byte_changed, "pw"), "<refused>");
+  EXPECT_EQ(decryptByReading(test::makeEncryptedContainer("", 9, "pw", 1), "pw"), "");
 }
 
 TEST(EncryptedStream, DerivesTheKnownPbkdf2Sha256Key) {

@@ -1,13 +1,9 @@
 #include "container_writer.h"
 
-#include <mbedtls/gcm.h>
-#include <mbedtls/md.h>
-#include <mbedtls/pkcs5.h>
-#include <mbedtls/version.h>
-
 #include <vector>
 
 #include "lzss_encoder.h"
+#include "stream/container_crypto.h"
 
 namespace qm::test {
 namespace {
@@ -33,24 +29,8 @@ void appendSeededBytes(std::string* out, std::uint32_t* state, std::size_t count
   }
 }
 
-const unsigned char* bytesOf(std::string_view text) {
-  return reinterpret_cast<const unsigned char*>(text.data());
-}
-
-bool deriveKey(std::string_view password, std::string_view salt, std::uint32_t iterations,
-               unsigned char key[kKeySize]) {
-#if MBEDTLS_VERSION_NUMBER >= 0x03030000
-  return mbedtls_pkcs5_pbkdf2_hmac_ext(MBEDTLS_MD_SHA256, bytesOf(password), password.size(),
-                                       bytesOf(salt), salt.size(), iterations, kKeySize, key) == 0;
-#else
-  mbedtls_md_context_t md;
-  mbedtls_md_init(&md);
-  bool ok = mbedtls_md_setup(&md, mbedtls_md_info_from_type(MBEDTLS_MD_SHA256), 1) == 0 &&
-            mbedtls_pkcs5_pbkdf2_hmac(&md, bytesOf(password), password.size(), bytesOf(salt),
-                                      salt.size(), iterations, kKeySize, key) == 0;
-  mbedtls_md_free(&md);
-  return ok;
-#endif
+const std::uint8_t* bytesOf(std::string_view text) {
+  return reinterpret_cast<const std::uint8_t*>(text.data());
 }
 
 }  // namespace
@@ -92,17 +72,13 @@ std::string makeEncryptedContainer(std::string_view payload, std::uint32_t devic
   std::string_view nonce = std::string_view(out).substr(20, kNonceSize);
   std::string_view salt = std::string_view(out).substr(36, kSaltSize);
 
-  unsigned char key[kKeySize];
-  if (!deriveKey(password, salt, iterations, key)) return {};
-  std::vector<unsigned char> cipher_text(payload.size());
-  unsigned char tag[kTagSize];
-  mbedtls_gcm_context gcm;
-  mbedtls_gcm_init(&gcm);
-  bool ok = mbedtls_gcm_setkey(&gcm, MBEDTLS_CIPHER_ID_AES, key, 256) == 0 &&
-            mbedtls_gcm_crypt_and_tag(&gcm, MBEDTLS_GCM_ENCRYPT, payload.size(), bytesOf(nonce),
-                                      nonce.size(), bytesOf(out), out.size(), bytesOf(payload),
-                                      cipher_text.data(), kTagSize, tag) == 0;
-  mbedtls_gcm_free(&gcm);
+  std::uint8_t key[kKeySize];
+  if (!deriveContainerKey(password, bytesOf(salt), salt.size(), iterations, key)) return {};
+  std::vector<std::uint8_t> cipher_text(payload.size());
+  std::uint8_t tag[kTagSize];
+  bool ok = gcmEncrypt(key, bytesOf(nonce), bytesOf(out), out.size(), bytesOf(payload), payload.size(),
+                       cipher_text.data(), tag);
+  wipeSecret(key, sizeof key);
   if (!ok) return {};
   out.append(reinterpret_cast<const char*>(cipher_text.data()), cipher_text.size());
   out.append(reinterpret_cast<const char*>(tag), kTagSize);

@@ -1,0 +1,159 @@
+#include "stream/lzss_one_pass.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "stream/lzss_decoder.h"
+
+namespace qm {
+namespace {
+
+// Back-references are copied in blocks of up to 16 bytes that may run past their end; the
+// output always keeps this much room beyond the longest item.
+constexpr std::uint64_t kCopyOverrun = 16;
+// Without a hint, the first buffer assumes this ratio; it doubles when that was too little.
+constexpr std::uint64_t kGuessedRatio = 4;
+
+std::uint64_t loadBigEndian(const std::uint8_t* bytes) {
+  std::uint64_t value;
+  std::memcpy(&value, bytes, sizeof value);
+  return __builtin_bswap64(value);
+}
+
+bool reserveOutput(LzssOutput* output, std::uint64_t needed) {
+  if (output->capacity >= needed) return true;
+  std::uint64_t capacity = output->capacity * 2 > needed ? output->capacity * 2 : needed;
+  // Growing a large block moves its pages, not its bytes.
+  void* grown = std::realloc(output->bytes.get(), capacity);
+  if (!grown) return false;
+  static_cast<void>(output->bytes.release());
+  output->bytes.reset(static_cast<std::uint8_t*>(grown));
+  output->capacity = capacity;
+  adviseHugePages(grown, capacity);
+  return true;
+}
+
+// Copies length bytes from distance back, byte by byte where source and target overlap, as the
+// window would.
+inline void copyBack(std::uint8_t* out, std::uint64_t at, unsigned distance, unsigned length) {
+  std::uint8_t* target = out + at;
+  if (distance > at) {
+    // Before the first byte the window still holds its initial zeros.
+    for (std::uint64_t i = at; i < at + length; ++i) out[i] = i >= distance ? out[i - distance] : 0;
+    return;
+  }
+  const std::uint8_t* source = target - distance;
+  if (distance >= 16) {
+    // Each block reads only bytes written before it starts.
+    for (unsigned i = 0; i < length; i += 16) std::memcpy(target + i, source + i, 16);
+  } else if (distance >= 8) {
+    for (unsigned i = 0; i < length; i += 8) std::memcpy(target + i, source + i, 8);
+  } else if (distance == 1) {
+    std::memset(target, *source, length);
+  } else {
+    for (unsigned i = 0; i < length; ++i) target[i] = source[i];
+  }
+}
+
+class OnePassDecoder {
+ public:
+  OnePassDecoder(int window_bits, int lookahead_bits, LzssOutput* output)
+      : window_bits_(static_cast<unsigned>(window_bits)),
+        lookahead_bits_(static_cast<unsigned>(lookahead_bits)),
+        reference_bits_(1 + window_bits_ + lookahead_bits_),
+        longest_item_(std::uint64_t{1} << lookahead_bits),
+        output_(output),
+        out_(output->bytes.get()) {}
+
+  bool decode(const std::uint8_t* input, std::size_t input_size) {
+    // While eight bytes can be loaded, a 64-bit buffer is topped up to at least 56 bits at a
+    // time, enough for a fixed number of whole items; shifting consumed bits out is all that
+    // lies between one item and the next.
+    const unsigned longest_bits = reference_bits_ > kLiteralBits ? reference_bits_ : kLiteralBits;
+    const unsigned items_per_fill = 56 / longest_bits;
+    std::size_t next = 0;  // the first input byte not yet wholly in the buffer
+    std::uint64_t bits = 0;
+    unsigned count = 0;  // valid bits at the top of `bits`
+    while (input_size >= 8 && next <= input_size - 8) {
+      if (!makeRoom(items_per_fill)) return false;
+      bits |= loadBigEndian(input + next) >> count;
+      next += (63 - count) >> 3;
+      count |= 56;
+      for (unsigned i = 0; i < items_per_fill; ++i) {
+        unsigned used = decodeItem(bits);
+        bits <<= used;
+        count -= used;
+      }
+    }
+    std::uint64_t bit = std::uint64_t{next} * 8 - count;
+    // The last few bytes (fewer than 16: the buffer may have held up to 63 bits), padded with
+    // zeros; an item that the real bits cannot hold ends it.
+    const std::uint64_t total_bits = std::uint64_t{input_size} * 8;
+    const std::uint64_t tail_start = bit >> 3;
+    std::uint8_t tail[16 + 8] = {};
+    if (input_size > tail_start) std::memcpy(tail, input + tail_start, input_size - tail_start);
+    while (bit < total_bits) {
+      std::uint64_t window = loadBigEndian(tail + ((bit >> 3) - tail_start)) << (bit & 7);
+      std::uint64_t needed = window >> 63 ? kLiteralBits : reference_bits_;
+      if (needed > total_bits - bit) break;
+      if (!makeRoom()) return false;
+      bit += decodeItem(window);
+    }
+    output_->size = at_;
+    return true;
+  }
+
+ private:
+  static constexpr unsigned kLiteralBits = 9;
+
+  bool makeRoom(unsigned items = 1) {
+    std::uint64_t needed = items * longest_item_ + kCopyOverrun;
+    if (output_->capacity - at_ >= needed) return true;
+    if (!reserveOutput(output_, at_ + needed)) return false;
+    out_ = output_->bytes.get();
+    return true;
+  }
+
+  // `window`: the next input bits, most significant first. Returns the bits the item took.
+  unsigned decodeItem(std::uint64_t window) {
+    if (window >> 63) {
+      out_[at_++] = static_cast<std::uint8_t>(window >> 55);
+      return kLiteralBits;
+    }
+    // The index is distance - 1 and the count length - 1; their high and low parts lie next
+    // to each other, so each reads as one field.
+    unsigned distance = static_cast<unsigned>((window << 1) >> (64 - window_bits_)) + 1;
+    unsigned length = static_cast<unsigned>((window << (1 + window_bits_)) >> (64 - lookahead_bits_)) + 1;
+    copyBack(out_, at_, distance, length);
+    at_ += length;
+    return reference_bits_;
+  }
+
+  const unsigned window_bits_;
+  const unsigned lookahead_bits_;
+  const unsigned reference_bits_;
+  const std::uint64_t longest_item_;
+  LzssOutput* output_;
+  std::uint8_t* out_;
+  std::uint64_t at_ = 0;
+};
+
+}  // namespace
+
+bool decodeLzssWhole(const std::uint8_t* input, std::size_t input_size, int window_bits, int lookahead_bits,
+                     std::uint64_t size_hint, LzssOutput* output) {
+  if (window_bits < Decoder::kMinWindowBits || window_bits > Decoder::kMaxWindowBits ||
+      lookahead_bits < Decoder::kMinLookaheadBits || lookahead_bits >= window_bits || !output ||
+      (!input && input_size != 0)) {
+    return false;
+  }
+  std::uint64_t first = size_hint ? size_hint : std::uint64_t{input_size} * kGuessedRatio;
+  output->bytes = allocateZeroed(static_cast<std::size_t>(first + (std::uint64_t{1} << lookahead_bits) + kCopyOverrun));
+  if (!output->bytes) return false;
+  output->capacity = first + (std::uint64_t{1} << lookahead_bits) + kCopyOverrun;
+  output->size = 0;
+  OnePassDecoder decoder(window_bits, lookahead_bits, output);
+  return decoder.decode(input, input_size);
+}
+
+}  // namespace qm
