@@ -67,7 +67,9 @@ class CrashSafety : public ::testing::Test {
     }
     if (!fs::exists(outputs())) return;
     for (const auto& entry : fs::directory_iterator(outputs())) {
-      if (entry.path().extension() == ".MF4") EXPECT_TRUE(verifies(entry.path())) << entry.path() << " is partial";
+      if (entry.path().extension() == ".MF4") {
+        EXPECT_TRUE(verifies(entry.path())) << entry.path() << " is partial";
+      }
     }
   }
 
