@@ -5,7 +5,7 @@
 #include <regex>
 #include <sstream>
 
-#include "tests/support/mdf_builder.h"
+#include "tests/support/logger_files.h"
 #include "tests/support/run_in_terminal.h"
 #include "tests/support/run_program.h"
 
@@ -14,23 +14,7 @@ namespace {
 
 constexpr std::string_view kRedraw = "\r\033[K";
 
-std::string loggerFile(std::uint16_t seed) {
-  MdfBuilder b;
-  b.id({.standard_flags = 0x0025});
-  auto rpm = b.channel({.name = b.text("Rpm"), .byte_offset = 0, .bit_count = 32});
-  auto cg2 = b.channelGroup({.first_channel = rpm, .record_id = 2, .data_bytes = 4});
-  auto cg1 = b.channelGroup({.next = cg2, .first_channel = b.channel({.name = b.text("Speed"), .bit_count = 16}),
-                             .record_id = 1, .data_bytes = 2});
-  std::string records;
-  for (std::uint16_t i = 0; i < 30; ++i) {
-    records += i % 3 ? MdfBuilder::record(2, 1, MdfBuilder::u32(seed * 1000u + i))
-                     : MdfBuilder::record(1, 1, MdfBuilder::u16(static_cast<std::uint16_t>(seed + i)));
-  }
-  auto dt = b.data(records);
-  b.setLength(dt, 24);
-  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg1, .data = dt, .record_id_size = 1})});
-  return b.bytes();
-}
+std::string loggerFile(std::uint16_t seed) { return twoGroupLoggerFile(seed, 30); }
 
 // Walk order: a, b, broken (fails), notes.txt (not taken), then the folder sub with c.
 void writeFolder(const TempDir& dir, const std::string& a_name = "a.MF4") {

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "run_program.h"
+
 namespace qm::test {
 
 struct TerminalRun {
@@ -32,13 +34,7 @@ inline TerminalRun runInTerminal(const std::string& binary, const std::vector<st
       mode.c_oflag &= ~static_cast<tcflag_t>(OPOST);
       tcsetattr(STDOUT_FILENO, TCSANOW, &mode);
     }
-    if (chdir(working_directory.c_str()) != 0) _exit(250);
-    std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(binary.c_str()));
-    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    execv(binary.c_str(), argv.data());
-    _exit(251);
+    execInFolder(binary, args, working_directory);
   }
   TerminalRun run;
   char buffer[4096];

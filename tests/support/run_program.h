@@ -25,6 +25,18 @@ struct ChildLimits {
   long long file_size = -1;  // bytes a file may grow to; -1 for no limit
 };
 
+// In a forked child: runs the program in `working_directory`; never returns.
+[[noreturn]] inline void execInFolder(const std::string& binary, const std::vector<std::string>& args,
+                                      const std::string& working_directory) {
+  if (chdir(working_directory.c_str()) != 0) _exit(250);
+  std::vector<char*> argv;
+  argv.push_back(const_cast<char*>(binary.c_str()));
+  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  execv(binary.c_str(), argv.data());
+  _exit(251);
+}
+
 // A started program; wait() collects it.
 class ProgramProcess {
  public:
@@ -35,7 +47,6 @@ class ProgramProcess {
     std::string err_path = *capture_ / "stderr";
     pid_ = fork();
     if (pid_ == 0) {
-      if (chdir(working_directory.c_str()) != 0) _exit(250);
       if (limits.file_size >= 0) {
         rlimit limit{static_cast<rlim_t>(limits.file_size), static_cast<rlim_t>(limits.file_size)};
         setrlimit(RLIMIT_FSIZE, &limit);
@@ -44,12 +55,7 @@ class ProgramProcess {
       int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
       dup2(out, 1);
       dup2(err, 2);
-      std::vector<char*> argv;
-      argv.push_back(const_cast<char*>(binary.c_str()));
-      for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-      argv.push_back(nullptr);
-      execv(binary.c_str(), argv.data());
-      _exit(251);
+      execInFolder(binary, args, working_directory);
     }
   }
   ProgramProcess(const ProgramProcess&) = delete;
