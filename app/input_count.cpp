@@ -5,13 +5,6 @@
 namespace qm {
 namespace {
 
-SmallString childPath(std::string_view folder, std::string_view name) {
-  SmallString path(folder);
-  if (!folder.empty()) path.append("/");
-  path.append(name);
-  return path;
-}
-
 void countFile(const ConverterJob& job, std::string_view path, std::int64_t size, InputTotals& totals) {
   if (!isFileToConvert(job, path)) return;
   ++totals.files;
@@ -22,7 +15,7 @@ void countFolder(const ConverterJob& job, std::string_view folder, InputTotals& 
   std::vector<DirectoryEntry> entries;
   job.root_directory->listQuietly(folder, &entries);
   for (const DirectoryEntry& entry : entries) {
-    SmallString path = childPath(folder, entry.name.view());
+    SmallString path = joinPath(folder, entry.name.view());
     if (entry.type == kEntryFile) countFile(job, path.view(), entry.size, totals);
     if (entry.type == kEntryDirectory) countFolder(job, path.view(), totals);
   }

@@ -9,13 +9,6 @@ namespace {
 
 int viewLength(std::string_view text) { return static_cast<int>(text.size()); }
 
-SmallString joinPath(std::string_view directory, std::string_view name) {
-  SmallString path(directory);
-  if (!directory.empty()) path.append("/");
-  path.append(name);
-  return path;
-}
-
 std::string_view withoutExtension(std::string_view path) {
   std::size_t dot = path.rfind('.');
   return dot == std::string_view::npos ? path : path.substr(0, dot);
@@ -46,6 +39,13 @@ std::int32_t convertAndReport(const ConverterJob& job, std::string_view input_pa
 }
 
 }  // namespace
+
+SmallString joinPath(std::string_view directory, std::string_view name) {
+  SmallString path(directory);
+  if (!directory.empty()) path.append("/");
+  path.append(name);
+  return path;
+}
 
 bool acceptFileName(std::string_view path) {
   std::size_t dot = path.rfind('.');

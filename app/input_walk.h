@@ -43,6 +43,9 @@ class InputWalk {
 // is mapped, a container is decoded into memory and may hold more than it stores.
 std::uint64_t conversionMemoryEstimate(std::string_view input_path, std::int64_t size);
 
+// A folder's path and an entry name, with "/" between them unless the folder path is empty.
+SmallString joinPath(std::string_view directory, std::string_view name);
+
 // mf4, mfc, mfe or mfm, in any case.
 bool acceptFileName(std::string_view path);
 
