@@ -78,11 +78,5 @@ TEST(ConversionPool, AFileLargerThanTheBudgetRunsAlone) {
   EXPECT_EQ(tracker.peak_memory, 500u) << "nothing ran beside the large file";
 }
 
-TEST(ConversionPool, WorkersForJobsTakesOnePerProcessorForZero) {
-  EXPECT_EQ(workersForJobs(3), 3);
-  EXPECT_GE(workersForJobs(0), 1);
-  EXPECT_GT(defaultMemoryBudget(), 0u);
-}
-
 }  // namespace
 }  // namespace qm

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
 namespace qm {
@@ -33,21 +32,6 @@ TEST_F(InputCount, CountsTheFilesTheWalkConvertsWithTheirBytes) {
   InputTotals totals = count({"logs", "x.mfc", "readme", "missing.MF4"});
   EXPECT_EQ(totals.files, 4);
   EXPECT_EQ(totals.bytes, 130u);
-}
-
-TEST_F(InputCount, LogsNothingWhereTheWalkLogsItsListings) {
-  writeFile(dir_ / "logs/sub/a.MF4", "a");
-  test::LogCapture log;  // everything, down to verbose
-  InputTotals totals = count({"logs", "missing"});
-  EXPECT_EQ(totals.files, 1);
-  EXPECT_TRUE(log.lines().empty()) << log.lines().front();
-}
-
-TEST_F(InputCount, EmptyFilesCountWithoutBytes) {
-  writeFile(dir_ / "logs/empty.MF4", "");
-  InputTotals totals = count({"logs"});
-  EXPECT_EQ(totals.files, 1);
-  EXPECT_EQ(totals.bytes, 0u);
 }
 
 }  // namespace

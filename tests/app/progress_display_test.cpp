@@ -86,14 +86,6 @@ TEST_F(ProgressDisplayTest, SkippedFilesAreDoneAndLeaveTheByteTotal) {
   EXPECT_EQ(splitAtRedraws(screen()).back().rfind("Converted 1 file, 0 failed, 1 skipped, 200 B in ", 0), 0u);
 }
 
-TEST_F(ProgressDisplayTest, FinishingTwiceWritesOneSummary) {
-  ProgressDisplay display(fd_, 0, 0);
-  display.finish();
-  display.finish();
-  std::string bytes = screen();
-  EXPECT_EQ(bytes.find("Converted"), bytes.rfind("Converted"));
-}
-
 // Workers report and log at the same time as the display redraws on its own: every line stays
 // whole and every file is counted.
 TEST_F(ProgressDisplayTest, WorkersReportingTogetherKeepLinesWholeAndCountsRight) {

@@ -17,8 +17,8 @@ constexpr std::string_view kRedraw = "\r\033[K";
 std::string loggerFile(std::uint16_t seed) { return twoGroupLoggerFile(seed, 30); }
 
 // Walk order: a, b, broken (fails), notes.txt (not taken), then the folder sub with c.
-void writeFolder(const TempDir& dir, const std::string& a_name = "a.MF4") {
-  writeFile(dir / ("logs/" + a_name), loggerFile(1));
+void writeFolder(const TempDir& dir) {
+  writeFile(dir / "logs/a.MF4", loggerFile(1));
   writeFile(dir / "logs/b.MF4", loggerFile(2));
   writeFile(dir / "logs/broken.MF4", "not an MDF4 file at all");
   writeFile(dir / "logs/notes.txt", "not a log");
@@ -130,21 +130,6 @@ TEST_F(Progress, NonInteractiveOnATerminalPrintsOnlyTheLogLines) {
             "I ls: logs\n"
             "E Error during conversion of logs/broken.MF4\n"
             "I ls: logs/sub\n");
-}
-
-TEST_F(Progress, NarrowTerminalShortensTheFileNameFromItsFront) {
-  // Walked right before the folder sub, whose "ls:" line makes the status line redraw.
-  const std::string long_name = "long_name_that_a_logger_gave_to_the_trip_recorded_on_monday.MF4";
-  writeFolder(dir_, long_name);
-  TerminalRun terminal = runInTerminal(QM_BINARY, {"--verbosity=3", "logs"}, cwd(), 72);
-  Screen screen = readScreen(terminal.screen);
-  EXPECT_FALSE(screen.mixed);
-  bool shortened = false;
-  for (const std::string& line : screen.status_lines) {
-    EXPECT_LE(line.size(), 71u) << line;
-    if (line.find("...") != std::string::npos && line.substr(line.size() - 10) == "monday.MF4") shortened = true;
-  }
-  EXPECT_TRUE(shortened) << terminal.screen;
 }
 
 TEST_F(Progress, SeveralJobsCountTheWorkOfEveryWorker) {
