@@ -1,25 +1,39 @@
 #include "stream/large_buffer.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace qm {
 namespace {
-constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
 }
 
 void adviseHugePages(void* data, std::size_t size) {
-  auto begin = reinterpret_cast<std::uintptr_t>(data);
-  std::uintptr_t first = (begin + kHugePage - 1) & ~(kHugePage - 1);
-  std::uintptr_t last = (begin + size) & ~(kHugePage - 1);
-  if (data == nullptr || last <= first) return;
+  // Smaller blocks cannot hold a huge page, and may share their pages with other allocations.
+  if (data == nullptr || size < kHugePage) return;
+  // The advice covers every page of the block, not only the whole huge pages inside it: advice
+  // on part of a mapping splits it in two, and a split mapping can no longer be grown by moving
+  // its pages (realloc would copy every byte instead).
+  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  auto begin = reinterpret_cast<std::uintptr_t>(data) & ~(page - 1);
+  std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(data) + size + page - 1) & ~(page - 1);
   // Only a hint: where huge pages are off or scarce, ordinary pages serve as before.
-  madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+  madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
 }
 
 LargeBuffer allocateZeroed(std::size_t size) {
   LargeBuffer buffer(static_cast<std::uint8_t*>(std::calloc(size, 1)));
   if (buffer) adviseHugePages(buffer.get(), size);
   return buffer;
+}
+
+bool growLargeBuffer(LargeBuffer& buffer, std::size_t capacity) {
+  void* grown = std::realloc(buffer.get(), capacity);
+  if (!grown) return false;
+  static_cast<void>(buffer.release());
+  buffer.reset(static_cast<std::uint8_t*>(grown));
+  adviseHugePages(grown, capacity);
+  return true;
 }
 
 }  // namespace qm

@@ -20,4 +20,8 @@ void adviseHugePages(void* data, std::size_t size);
 // Zeroed memory without touching it (the kernel hands out zero pages); null on failure.
 LargeBuffer allocateZeroed(std::size_t size);
 
+// Grows (or shrinks) the buffer to `capacity` bytes, keeping its contents; a large block's pages
+// are moved, not its bytes. False, with the buffer untouched, when memory runs out.
+bool growLargeBuffer(LargeBuffer& buffer, std::size_t capacity);
+
 }  // namespace qm

@@ -1,6 +1,5 @@
 #include "stream/lzss_one_pass.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "stream/lzss_decoder.h"
@@ -23,13 +22,8 @@ std::uint64_t loadBigEndian(const std::uint8_t* bytes) {
 bool reserveOutput(LzssOutput* output, std::uint64_t needed) {
   if (output->capacity >= needed) return true;
   std::uint64_t capacity = output->capacity * 2 > needed ? output->capacity * 2 : needed;
-  // Growing a large block moves its pages, not its bytes.
-  void* grown = std::realloc(output->bytes.get(), capacity);
-  if (!grown) return false;
-  static_cast<void>(output->bytes.release());
-  output->bytes.reset(static_cast<std::uint8_t*>(grown));
+  if (!growLargeBuffer(output->bytes, static_cast<std::size_t>(capacity))) return false;
   output->capacity = capacity;
-  adviseHugePages(grown, capacity);
   return true;
 }
 

@@ -24,6 +24,7 @@ bool MemoryStream::reserve(std::uint64_t n) {
   while (capacity < position_ || capacity - position_ < n) capacity *= 2;
   auto* grown = static_cast<std::uint8_t*>(std::realloc(data_, capacity));
   if (!grown) return false;
+  adviseHugePages(grown, capacity);
   data_ = grown;
   capacity_ = capacity;
   return true;

@@ -14,8 +14,17 @@ constexpr std::size_t kBufferSize = std::size_t{1} << 20;
 // Below this a thread costs more than it saves.
 constexpr std::uint64_t kOverlapThreshold = std::uint64_t{8} << 20;
 
+// The copy buffers of the calling thread, kept from one copy to the next: fresh pages cost a
+// fault each, and a file is saved block by block, many of them large.
+std::vector<std::uint8_t>& spareBuffer(unsigned which) {
+  thread_local std::vector<std::uint8_t> spare[2];
+  std::vector<std::uint8_t>& buffer = spare[which];
+  if (buffer.size() < kBufferSize) buffer.resize(kBufferSize);
+  return buffer;
+}
+
 bool copyInline(Stream* source, Stream* target, std::uint64_t size) {
-  std::vector<std::uint8_t> buffer(static_cast<std::size_t>(std::min<std::uint64_t>(size, kBufferSize)));
+  std::vector<std::uint8_t>& buffer = spareBuffer(0);
   for (std::uint64_t copied = 0; copied < size;) {
     std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), size - copied));
     std::int64_t got = streamRead(source, buffer.data(), want);
@@ -29,9 +38,7 @@ bool copyInline(Stream* source, Stream* target, std::uint64_t size) {
 // empties them in the same turn.
 class Handoff {
  public:
-  explicit Handoff(Stream* target) : target_(target) {
-    for (Slot& slot : slots_) slot.bytes.resize(kBufferSize);
-  }
+  explicit Handoff(Stream* target) : target_(target), slots_{Slot{spareBuffer(0)}, Slot{spareBuffer(1)}} {}
 
   // Reading side: the next free buffer, or null once writing failed.
   std::vector<std::uint8_t>* acquireForFilling() {
@@ -79,7 +86,7 @@ class Handoff {
 
  private:
   struct Slot {
-    std::vector<std::uint8_t> bytes;
+    std::vector<std::uint8_t>& bytes;
     std::size_t count = 0;
     bool full = false;
   };
