@@ -39,6 +39,10 @@ class BufferedStream : public Stream {
   int close() override;
   // The whole inner stream when it is mapped; none for a read-ahead buffer.
   ByteView contents() override;
+  // Straight from the inner stream, past the buffer.
+  std::int64_t readAt(std::uint64_t offset, void* buffer, std::size_t count) override {
+    return inner_ ? inner_->readAt(offset, buffer, count) : kStreamRefused;
+  }
 
   std::size_t capacity() const { return capacity_; }
   std::size_t filled() const { return filled_; }

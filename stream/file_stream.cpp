@@ -1,6 +1,7 @@
 #include "stream/file_stream.h"
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -35,6 +36,21 @@ std::int64_t FileStream::write(const void* buffer, std::size_t count) {
   if (n < count) noteError();
   position_ += static_cast<std::int64_t>(n);
   return static_cast<std::int64_t>(n);
+}
+
+std::int64_t FileStream::readAt(std::uint64_t offset, void* buffer, std::size_t count) {
+  if (!readable_) return kStreamMissingOp;
+  if (!file_ || offset > static_cast<std::uint64_t>(INT64_MAX)) return kStreamRefused;
+  auto* out = static_cast<std::uint8_t*>(buffer);
+  std::size_t done = 0;
+  while (done < count) {
+    ssize_t n = pread(fileno(file_), out + done, count - done, static_cast<off_t>(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return done ? static_cast<std::int64_t>(done) : kStreamRefused;
+    if (n == 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  return static_cast<std::int64_t>(done);
 }
 
 std::int64_t FileStream::tell() {

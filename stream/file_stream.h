@@ -29,6 +29,9 @@ class FileStream : public Stream {
   // fclose; its non-zero result is passed on. fclose gives the handle up even when it fails
   // (the final flush did not make it to disk), so the handle is forgotten either way.
   int close() override;
+  // pread on the file: neither the stream's position nor its buffered bytes are involved. Reads
+  // until `count` bytes or the end of the file.
+  std::int64_t readAt(std::uint64_t offset, void* buffer, std::size_t count) override;
 
   bool isOpen() const { return file_ != nullptr; }
   // The system's reason (an errno value) for the first write or close that failed; 0 if none.

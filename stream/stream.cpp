@@ -7,6 +7,7 @@ std::int64_t Stream::write(const void*, std::size_t) { return kStreamMissingOp; 
 std::int64_t Stream::tell() { return kStreamMissingOp; }
 std::int64_t Stream::seek(std::int64_t, int) { return kStreamMissingOp; }
 int Stream::close() { return 0; }
+std::int64_t Stream::readAt(std::uint64_t, void*, std::size_t) { return kStreamMissingOp; }
 
 std::int64_t streamRead(Stream* stream, void* buffer, std::size_t count) {
   return stream ? stream->read(buffer, count) : kStreamMissingOp;

@@ -34,6 +34,10 @@ class Stream {
   // of copying them out. The view stays valid until the stream is closed, written or destroyed.
   // None (the default) for streams that produce their bytes on demand.
   virtual ByteView contents() { return {}; }
+  // Reads `count` bytes at `offset` without moving the position (as pread does), so another
+  // thread may read this way while no one else uses the stream. Streams over a file have it;
+  // the others give kStreamMissingOp.
+  virtual std::int64_t readAt(std::uint64_t offset, void* buffer, std::size_t count);
 };
 
 // Generic operations; each tolerates a null stream.

@@ -5,9 +5,12 @@
 #include <cstring>
 #include <string>
 
+#include "stream/buffered_stream.h"
 #include "stream/container_crypto.h"
+#include "stream/file_stream.h"
 #include "tests/stream/counting_stream.h"
 #include "tests/support/container_writer.h"
+#include "tests/support/temp_dir.h"
 
 namespace qm {
 namespace {
@@ -49,6 +52,21 @@ std::string decryptByReading(const std::string& container, std::string_view pass
   return test::readRest(layer.get());
 }
 
+// Decrypts a container written to a file, read straight from it or through a whole-file buffer
+// (which maps it).
+std::string decryptFile(const std::string& container, std::string_view password, bool whole_file_buffer) {
+  test::TempDir dir;
+  test::writeFile(dir / "c.MFE", container);
+  std::unique_ptr<Stream> inner = FileStream::open((dir / "c.MFE").c_str(), kFileRead);
+  if (whole_file_buffer) inner = BufferedStream::create(std::move(inner), container.size());
+  ContainerHeader header{};
+  if (!inner || detectContainer(inner.get(), &header) != 1) return "<no container>";
+  auto layer = openEncrypted(inner.get(), header, password);
+  if (!layer) return "<refused>";
+  layer->seek(0, kSeekSet);
+  return test::readRest(layer.get());
+}
+
 TEST(EncryptedStream, DecryptsAContainerSealedByAnIndependentImplementation) {
   // Device 1A2B3C4D, nonce 00..0B, 3 iterations, salt 64..73, password "logger secret".
   const std::string container(
@@ -75,6 +93,20 @@ TEST(EncryptedStream, ReadsPieceByPieceWhenTheContainerIsNotInMemory) {
   last_byte_changed[container.size() - 17] ^= 1;  // the ciphertext's last byte
   EXPECT_EQ(decryptByReading(last_byte_changed, "pw"), "<refused>");
   EXPECT_EQ(decryptByReading(test::makeEncryptedContainer("", 9, "pw", 1), "pw"), "");
+}
+
+TEST(EncryptedStream, ReadsAContainerFileInPiecesOnASecondThread) {
+  std::string payload = payloadOf((std::size_t{7} << 19) + 5);
+  std::string container = test::makeEncryptedContainer(payload, 9, "pw", 2);
+  for (bool whole_file_buffer : {false, true}) {
+    SCOPED_TRACE(whole_file_buffer);
+    EXPECT_EQ(decryptFile(container, "pw", whole_file_buffer), payload);
+    EXPECT_EQ(decryptFile(container, "px", whole_file_buffer), "<refused>");
+    std::string changed = container;
+    changed[container.size() / 2] ^= 1;  // a byte in a middle piece
+    EXPECT_EQ(decryptFile(changed, "pw", whole_file_buffer), "<refused>");
+    EXPECT_EQ(decryptFile(test::makeEncryptedContainer("", 9, "pw", 1), "pw", whole_file_buffer), "");
+  }
 }
 
 TEST(EncryptedStream, DerivesTheKnownPbkdf2Sha256Key) {
