@@ -1,5 +1,6 @@
 #include "app/converter_job.h"
 
+#include "app/input_snapshot.h"
 #include "base/log.h"
 #include "finalize/finalize.h"
 #include "finalize/finalize_hooks.h"
@@ -28,9 +29,21 @@ std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_v
     return nullptr;
   }
   std::int64_t buffer_size = job.options->buffer_size;
-  if (buffer_size < 0) buffer_size = streamSize(input.get());
+  std::uint64_t read_whole_limit = BufferedStream::kReadWholeLimit;
+  if (buffer_size < 0) {
+    ContainerHeader header{};
+    if (detectContainer(input.get(), &header) == 1) {
+      // The encrypted layer reads its container piece by piece into the plaintext's place;
+      // holding the whole container first would read it twice.
+      if (header.container_type == kContainerEncrypted) return input;
+      // The compressed layer reads its payload once, in order: a mapping serves that without
+      // a copy, and without fresh memory for the container besides the one for its content.
+      read_whole_limit = 0;
+    }
+    buffer_size = streamSize(input.get());
+  }
   if (buffer_size <= 0) return input;
-  return BufferedStream::create(std::move(input), static_cast<std::size_t>(buffer_size));
+  return BufferedStream::create(std::move(input), static_cast<std::size_t>(buffer_size), read_whole_limit);
 }
 
 // Peels container layers off the stream until plain content is left. Returns 0 with `current`
@@ -93,7 +106,8 @@ void deleteInput(const ConverterJob& job, std::string_view input_path) {
   }
 }
 
-std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path, std::string_view output_stem) {
+std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path, std::string_view output_stem,
+                            const InputSnapshot& input) {
   std::unique_ptr<Stream> current = openBufferedInput(job, input_path);
   if (!current) return kConversionFailed;
 
@@ -109,7 +123,7 @@ std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path
     return kConversionFailed;
   }
 
-  bool converted = openOutput(job, output_stem, *file);
+  bool converted = openOutput(job, output_stem, *file, &input);
 
   if (current->close() != 0 || inner_close_failed) {
     QM_LOG_E("Could not close input file after conversion: %.*s", viewLength(input_path), input_path.data());
@@ -130,7 +144,7 @@ std::unique_ptr<ConverterJob> ConverterJob::create(DirectoryHandle* root, Direct
   return std::unique_ptr<ConverterJob>(new ConverterJob{root, output, options});
 }
 
-bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& file) {
+bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& file, const InputSnapshot* input) {
   SmallString output_path(output_stem);
   output_path.append(kOutputSuffix);
   // Only an output whose input is about to be removed needs to be on the disk before that.
@@ -142,9 +156,10 @@ bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& 
   }
   finalize(&file);
   bool saved = saveFinalized(&file, output->stream());
-  // Bytes read from an input that shrank under us are zeros, not data.
+  // Bytes read from an input that shrank under us are zeros, not data; an input that changed
+  // after it was read is not what the output holds.
   const MappingFaultWatch* watch = MappingFaultWatch::current();
-  if (!saved || (watch && watch->pagesLost())) {
+  if (!saved || (watch && watch->pagesLost()) || (input && input->changed())) {
     output->abandon();
     return false;
   }
@@ -155,8 +170,9 @@ std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, s
   if (!job) return kConversionFailed;
   // Outlives every mapping of this conversion's input.
   MappingFaultWatch watch;
-  std::int32_t result = convertWatched(*job, input_path, output_stem);
-  if (watch.pagesLost()) {
+  InputSnapshot input(*job->root_directory, input_path);
+  std::int32_t result = convertWatched(*job, input_path, output_stem, input);
+  if (watch.pagesLost() || (result != kConverted && input.changed())) {
     QM_LOG_E("Input file changed during conversion: %.*s", viewLength(input_path), input_path.data());
     return kConversionFailed;
   }

@@ -9,6 +9,7 @@
 
 namespace qm {
 
+class InputSnapshot;
 class MdfFile;
 
 // Appended to an input's stem to name its output.
@@ -35,7 +36,9 @@ struct ConverterJob {
 // Converts one input (relative to the root) into `<output_stem>_fin.MF4` under the output root.
 std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, std::string_view output_stem);
 
-// Opens the output, finalizes the file and saves it; the output is closed before returning.
-bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& file);
+// Opens the output, finalizes the file and saves it; the output is closed before returning. It
+// is committed only if the input (when given) is still as it was when it was read.
+bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& file,
+                const InputSnapshot* input = nullptr);
 
 }  // namespace qm

@@ -7,10 +7,16 @@
 
 namespace qm {
 
-std::unique_ptr<BufferedStream> BufferedStream::create(std::unique_ptr<Stream> inner, std::size_t size) {
+std::unique_ptr<BufferedStream> BufferedStream::create(std::unique_ptr<Stream> inner, std::size_t size,
+                                                       std::uint64_t read_whole_limit) {
   if (!inner || size == 0 || size > SIZE_MAX - 7) return nullptr;
   std::size_t capacity = (size + 7) & ~std::size_t{7};
   if (auto* file = dynamic_cast<FileStream*>(inner.get())) {
+    std::int64_t file_size = streamSize(file);
+    if (file_size > 0 && static_cast<std::uint64_t>(file_size) <= capacity &&
+        static_cast<std::uint64_t>(file_size) <= read_whole_limit) {
+      return readWholeFile(std::move(inner), static_cast<std::uint64_t>(file_size), capacity);
+    }
     if (std::unique_ptr<FileMapping> mapping = file->mapWhole(capacity)) {
       return std::unique_ptr<BufferedStream>(
           new (std::nothrow) BufferedStream(std::move(inner), std::move(mapping), capacity));
@@ -22,22 +28,37 @@ std::unique_ptr<BufferedStream> BufferedStream::create(std::unique_ptr<Stream> i
       new (std::nothrow) BufferedStream(std::move(inner), std::move(buffer), capacity));
 }
 
+std::unique_ptr<BufferedStream> BufferedStream::readWholeFile(std::unique_ptr<Stream> inner, std::uint64_t file_size,
+                                                              std::size_t capacity) {
+  LargeBuffer buffer = allocateZeroed(capacity);
+  if (!buffer) return nullptr;
+  std::int64_t read = inner->readAt(0, buffer.get(), static_cast<std::size_t>(file_size));
+  if (read < 0) return nullptr;
+  std::unique_ptr<BufferedStream> stream(new (std::nothrow) BufferedStream(std::move(inner), std::move(buffer), capacity));
+  if (!stream) return nullptr;
+  // A file that shrank meanwhile gives fewer bytes; the caller finds out from the file itself.
+  stream->filled_ = static_cast<std::size_t>(read);
+  stream->whole_file_ = true;
+  return stream;
+}
+
 BufferedStream::BufferedStream(std::unique_ptr<Stream> inner, std::unique_ptr<FileMapping> mapping,
                                std::size_t capacity)
     : inner_(std::move(inner)),
       mapping_(std::move(mapping)),
       bytes_(mapping_->data()),
       capacity_(capacity),
-      filled_(static_cast<std::size_t>(mapping_->size())) {}
+      filled_(static_cast<std::size_t>(mapping_->size())),
+      whole_file_(true) {}
 
 ByteView BufferedStream::contents() {
-  if (!mapping_) return {};
-  return {mapping_->data(), mapping_->size()};
+  if (!whole_file_) return {};
+  return {bytes_, filled_};
 }
 
 bool BufferedStream::refill(std::int64_t offset) {
-  // A mapped file already shows everything it holds.
-  if (mapping_) return false;
+  // A whole file already shows everything it holds.
+  if (whole_file_) return false;
   if (!inner_ || inner_->seek(offset, kSeekSet) != offset) return false;
   std::int64_t n = inner_->read(buffer_.get(), capacity_);
   if (n < 1) return false;
@@ -80,7 +101,7 @@ std::int64_t BufferedStream::seek(std::int64_t offset, int origin) {
     position_ = static_cast<std::size_t>(target - buffer_start_);
     return target;
   }
-  if (!refill(target) && !mapping_ && inner_ && target == inner_->seek(0, kSeekEnd)) {
+  if (!refill(target) && !whole_file_ && inner_ && target == inner_->seek(0, kSeekEnd)) {
     // The very end holds nothing to read, yet it is a position like any other: size
     // measurements seek there. Only a target beyond it keeps the previous position.
     buffer_start_ = target;

@@ -13,11 +13,17 @@ namespace qm {
 
 class BufferedStream : public Stream {
  public:
+  // Reading a file into memory backed by huge pages costs one copy, but the conversion then
+  // reads its records far faster than through a mapping of the page cache. Beyond this size the
+  // file is mapped instead, so that its pages stay the kernel's to reclaim.
+  static constexpr std::uint64_t kReadWholeLimit = std::uint64_t{1} << 30;
+
   // The size is rounded up to a multiple of 8; the buffer starts zeroed and empty. Null for a
   // null inner stream, a size of 0 or a failed allocation. A buffer that can take a whole file
-  // stream is that file mapped into memory instead: it holds the file from the start, and its
-  // content is fixed (refills find nothing new).
-  static std::unique_ptr<BufferedStream> create(std::unique_ptr<Stream> inner, std::size_t size);
+  // holds that file from the start, and its content is fixed (refills find nothing new): files
+  // up to `read_whole_limit` bytes are read into it at once, larger ones are mapped into memory.
+  static std::unique_ptr<BufferedStream> create(std::unique_ptr<Stream> inner, std::size_t size,
+                                                std::uint64_t read_whole_limit = kReadWholeLimit);
 
   std::int64_t read(void* buffer, std::size_t count) override {
     // The common case, a read that the buffer holds, stays inline.
@@ -37,7 +43,7 @@ class BufferedStream : public Stream {
   // The inner stream's close status. On success the buffer and the inner stream are released;
   // -1 when there is no inner stream (any more).
   int close() override;
-  // The whole inner stream when it is mapped; none for a read-ahead buffer.
+  // The whole inner stream when the buffer holds it; none for a read-ahead buffer.
   ByteView contents() override;
   // Straight from the inner stream, past the buffer.
   std::int64_t readAt(std::uint64_t offset, void* buffer, std::size_t count) override {
@@ -55,6 +61,9 @@ class BufferedStream : public Stream {
   std::int64_t readSlow(std::uint8_t* out, std::size_t count);
   bool refill(std::int64_t offset);
 
+  static std::unique_ptr<BufferedStream> readWholeFile(std::unique_ptr<Stream> inner, std::uint64_t file_size,
+                                                       std::size_t capacity);
+
   std::unique_ptr<Stream> inner_;
   LargeBuffer buffer_;                     // the bytes read ahead, unless the file is mapped
   std::unique_ptr<FileMapping> mapping_;   // the whole file, when it could be mapped
@@ -63,6 +72,7 @@ class BufferedStream : public Stream {
   std::size_t filled_ = 0;
   std::size_t position_ = 0;
   std::int64_t buffer_start_ = 0;  // offset in the inner stream of the buffer's first byte
+  bool whole_file_ = false;        // the buffer holds the whole file, read or mapped
 };
 
 }  // namespace qm

@@ -24,6 +24,8 @@ bool statPath(const char* path, DirectoryEntry* entry) {
   }
   entry->size = 0;
   entry->modified_ns = static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec;
+  entry->changed_ns = static_cast<std::int64_t>(info.st_ctim.tv_sec) * 1'000'000'000 + info.st_ctim.tv_nsec;
+  entry->inode = static_cast<std::uint64_t>(info.st_ino);
   if (S_ISREG(info.st_mode)) {
     entry->type = kEntryFile;
     entry->size = static_cast<std::int64_t>(info.st_size);

@@ -18,6 +18,8 @@ struct DirectoryEntry {
   int type = kEntryOther;
   std::int64_t size = 0;  // only set for regular files
   std::int64_t modified_ns = 0;  // last modification, nanoseconds since the epoch
+  std::int64_t changed_ns = 0;   // last change of content or status (a truncation, say), likewise
+  std::uint64_t inode = 0;       // tells a file replaced under the same name
 };
 
 enum OpenFlags : int { kOpenRead = 1, kOpenWrite = 2 };

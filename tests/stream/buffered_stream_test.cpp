@@ -92,15 +92,17 @@ TEST(BufferedStream, CloseClosesTheInnerStreamOnce) {
   EXPECT_EQ(buffered->read(&c, 1), 0);
 }
 
-// A buffer that can take a whole file is the file mapped: its bytes are there without a read,
+// A buffer that can take a whole file holds it at once, read or mapped: its bytes are in memory,
 // they behave like a read buffer for every seek and read, and close releases them.
-TEST(BufferedStream, WholeFileBufferOverAFileIsTheMappedFile) {
+TEST(BufferedStream, WholeFileBufferHoldsTheFileReadOrMapped) {
   test::TempDir dir;
   std::string path = dir / "input.MF4";
   std::string data = bytesOfSize(10000);
   test::writeFile(path, data);
-  for (std::size_t size : {data.size(), data.size() + 100}) {
-    auto buffered = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), size);
+  for (std::uint64_t read_whole_limit : {BufferedStream::kReadWholeLimit, std::uint64_t{0}}) {
+    for (std::size_t size : {data.size(), data.size() + 100}) {
+    SCOPED_TRACE(std::to_string(read_whole_limit) + " " + std::to_string(size));
+    auto buffered = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), size, read_whole_limit);
     ASSERT_NE(buffered, nullptr);
     ByteView contents = buffered->contents();
     ASSERT_TRUE(contents.inMemory());
@@ -121,6 +123,7 @@ TEST(BufferedStream, WholeFileBufferOverAFileIsTheMappedFile) {
     EXPECT_EQ(buffered->close(), 0);
     EXPECT_FALSE(buffered->contents().inMemory());
     EXPECT_EQ(buffered->read(buffer, 1), 0);
+    }
   }
 }
 

@@ -6,7 +6,7 @@
 #include <csignal>
 #include <thread>
 
-#include "stream/buffered_stream.h"
+#include "stream/file_mapping.h"
 #include "stream/file_stream.h"
 #include "tests/support/temp_dir.h"
 
@@ -15,8 +15,10 @@ namespace {
 
 constexpr std::size_t kFileSize = 64 * 4096;
 
-std::unique_ptr<BufferedStream> mapWhole(const std::string& path) {
-  return BufferedStream::create(FileStream::open(path.c_str(), kFileRead), kFileSize);
+// The file stays open only as long as it takes to map it, as a mapping outlives its file.
+std::unique_ptr<FileMapping> mapWhole(const std::string& path) {
+  auto file = FileStream::open(path.c_str(), kFileRead);
+  return file ? file->mapWhole(kFileSize) : nullptr;
 }
 
 // Another program cuts the mapped file short: what it lost reads as zeros, in any thread, and
@@ -27,8 +29,8 @@ TEST(MappingFaultWatch, PagesLostByAShortenedFileReadAsZerosAndAreNoticed) {
   test::writeFile(path, std::string(kFileSize, 'x'));
   MappingFaultWatch watch;
   auto input = mapWhole(path);
-  ASSERT_TRUE(input && input->contents().inMemory());
-  const std::uint8_t* bytes = input->contents().data;
+  ASSERT_TRUE(input);
+  const std::uint8_t* bytes = input->data();
   ASSERT_EQ(::truncate(path.c_str(), 4096), 0);
 
   EXPECT_EQ(bytes[100], 'x') << "what the file still holds is kept";
@@ -51,7 +53,7 @@ TEST(MappingFaultWatch, WatchesNestAndEachSeesOnlyItsOwnMappings) {
     EXPECT_EQ(MappingFaultWatch::current(), &inner);
     auto input = mapWhole(path);
     ASSERT_EQ(::truncate(path.c_str(), 0), 0);
-    EXPECT_EQ(input->contents().data[5], 0);
+    EXPECT_EQ(input->data()[5], 0);
     EXPECT_TRUE(inner.pagesLost());
   }
   EXPECT_EQ(MappingFaultWatch::current(), &outer);
@@ -67,7 +69,7 @@ TEST(MappingFaultWatchDeathTest, BusErrorsOutsideAWatchStillEndTheProgram) {
         { MappingFaultWatch done; }
         auto input = mapWhole(path);
         if (!input || ::truncate(path.c_str(), 0) != 0) std::exit(3);
-        volatile std::uint8_t byte = input->contents().data[5];
+        volatile std::uint8_t byte = input->data()[5];
         (void)byte;
         std::exit(4);
       },
