@@ -2,8 +2,8 @@
 // Fills a large buffer piece by piece ahead of whoever works on it: a second thread copies the
 // next pieces in (from a file, say) while the caller works on the ones already there, still in
 // the cache (decrypting them in place, say). It keeps only a few pieces ahead, so that a piece
-// is still cached when its turn comes. Without a thread, each piece is filled when it is asked
-// for.
+// is still cached when its turn comes. Without a thread (none could be started, or the buffer
+// is a single piece), each piece is filled when it is asked for.
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
