@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <new>
+#include <system_error>
+#include <thread>
 
 #include "stream/file_stream.h"
 
@@ -32,7 +34,7 @@ std::unique_ptr<BufferedStream> BufferedStream::readWholeFile(std::unique_ptr<St
                                                               std::size_t capacity) {
   LargeBuffer buffer = allocateZeroed(capacity);
   if (!buffer) return nullptr;
-  std::int64_t read = inner->readAt(0, buffer.get(), static_cast<std::size_t>(file_size));
+  std::int64_t read = readInTwoHalves(inner.get(), buffer.get(), file_size);
   if (read < 0) return nullptr;
   std::unique_ptr<BufferedStream> stream(new (std::nothrow) BufferedStream(std::move(inner), std::move(buffer), capacity));
   if (!stream) return nullptr;
@@ -40,6 +42,28 @@ std::unique_ptr<BufferedStream> BufferedStream::readWholeFile(std::unique_ptr<St
   stream->filled_ = static_cast<std::size_t>(read);
   stream->whole_file_ = true;
   return stream;
+}
+
+std::int64_t BufferedStream::readInTwoHalves(Stream* file, std::uint8_t* out, std::uint64_t size) {
+  // Much of a large read is the kernel handing out fresh pages for the buffer; two threads get
+  // them twice as fast. The halves meet at a huge-page boundary.
+  constexpr std::uint64_t kSplitAbove = std::uint64_t{16} << 20;
+  constexpr std::uint64_t kHugePage = std::uint64_t{2} << 20;
+  if (size < kSplitAbove) return file->readAt(0, out, static_cast<std::size_t>(size));
+  const std::uint64_t half = (size / 2) & ~(kHugePage - 1);
+  std::int64_t second = kStreamRefused;
+  std::thread helper;
+  try {
+    helper = std::thread([&] { second = file->readAt(half, out + half, static_cast<std::size_t>(size - half)); });
+  } catch (const std::system_error&) {
+    return file->readAt(0, out, static_cast<std::size_t>(size));
+  }
+  std::int64_t first = file->readAt(0, out, static_cast<std::size_t>(half));
+  helper.join();
+  if (first < 0 || second < 0) return kStreamRefused;
+  // Bytes after a gap are no use: a short first half ends the file there.
+  if (static_cast<std::uint64_t>(first) < half) return first;
+  return first + second;
 }
 
 BufferedStream::BufferedStream(std::unique_ptr<Stream> inner, std::unique_ptr<FileMapping> mapping,

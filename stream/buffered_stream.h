@@ -63,6 +63,8 @@ class BufferedStream : public Stream {
 
   static std::unique_ptr<BufferedStream> readWholeFile(std::unique_ptr<Stream> inner, std::uint64_t file_size,
                                                        std::size_t capacity);
+  // Reads `size` bytes from the start of the file; how many it got, or kStreamRefused.
+  static std::int64_t readInTwoHalves(Stream* file, std::uint8_t* out, std::uint64_t size);
 
   std::unique_ptr<Stream> inner_;
   LargeBuffer buffer_;                     // the bytes read ahead, unless the file is mapped

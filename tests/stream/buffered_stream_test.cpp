@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
 #include <string>
 
@@ -125,6 +126,18 @@ TEST(BufferedStream, WholeFileBufferHoldsTheFileReadOrMapped) {
     EXPECT_EQ(buffered->read(buffer, 1), 0);
     }
   }
+}
+
+TEST(BufferedStream, LargeFileReadInTwoHalvesHoldsEveryByte) {
+  test::TempDir dir;
+  std::string path = dir / "large.MF4";
+  std::string data = bytesOfSize((std::size_t{20} << 20) + 13);  // halves meet inside it
+  test::writeFile(path, data);
+  auto buffered = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), data.size());
+  ASSERT_NE(buffered, nullptr);
+  ByteView contents = buffered->contents();
+  ASSERT_EQ(contents.size, data.size());
+  EXPECT_TRUE(std::memcmp(contents.data, data.data(), data.size()) == 0);
 }
 
 TEST(BufferedStream, ReadAheadSmallerThanTheFileShowsNoContents) {
