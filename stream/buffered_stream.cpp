@@ -73,7 +73,9 @@ BufferedStream::BufferedStream(std::unique_ptr<Stream> inner, std::unique_ptr<Fi
       bytes_(mapping_->data()),
       capacity_(capacity),
       filled_(static_cast<std::size_t>(mapping_->size())),
-      whole_file_(true) {}
+      whole_file_(true) {
+  toucher_ = std::make_unique<PageToucher>(mapping_->data(), mapping_->size());
+}
 
 ByteView BufferedStream::contents() {
   if (!whole_file_) return {};
@@ -141,6 +143,7 @@ int BufferedStream::close() {
   if (status != 0) return status;
   inner_.reset();
   buffer_.reset();
+  toucher_.reset();
   mapping_.reset();
   bytes_ = nullptr;
   capacity_ = filled_ = position_ = 0;

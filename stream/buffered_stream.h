@@ -7,6 +7,7 @@
 
 #include "stream/file_mapping.h"
 #include "stream/large_buffer.h"
+#include "stream/page_toucher.h"
 #include "stream/stream.h"
 
 namespace qm {
@@ -69,6 +70,7 @@ class BufferedStream : public Stream {
   std::unique_ptr<Stream> inner_;
   LargeBuffer buffer_;                     // the bytes read ahead, unless the file is mapped
   std::unique_ptr<FileMapping> mapping_;   // the whole file, when it could be mapped
+  std::unique_ptr<PageToucher> toucher_;   // of the mapping; gone before it
   const std::uint8_t* bytes_;              // where reads take their bytes: either of the above
   std::size_t capacity_;
   std::size_t filled_ = 0;
