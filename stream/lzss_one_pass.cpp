@@ -1,8 +1,10 @@
 #include "stream/lzss_one_pass.h"
 
 #include <cstring>
+#include <memory>
 
 #include "stream/lzss_decoder.h"
+#include "stream/page_populator.h"
 
 namespace qm {
 namespace {
@@ -70,6 +72,7 @@ class OnePassDecoder {
     unsigned count = 0;  // valid bits at the top of `bits`
     while (input_size >= 8 && next <= input_size - 8) {
       if (!makeRoom(items_per_fill)) return false;
+      populator_->wrote(at_);
       bits |= loadBigEndian(input + next) >> count;
       next += (63 - count) >> 3;
       count |= 56;
@@ -94,6 +97,7 @@ class OnePassDecoder {
       bit += decodeItem(window);
     }
     output_->size = at_;
+    populator_.reset();  // no pages beyond the output
     return true;
   }
 
@@ -103,8 +107,12 @@ class OnePassDecoder {
   bool makeRoom(unsigned items = 1) {
     std::uint64_t needed = items * longest_item_ + kCopyOverrun;
     if (output_->capacity - at_ >= needed) return true;
+    // The buffer moves: the populator must let go of it first.
+    populator_.reset();
     if (!reserveOutput(output_, at_ + needed)) return false;
     out_ = output_->bytes.get();
+    populator_ = std::make_unique<PagePopulator>(out_, output_->capacity);
+    populator_->wrote(at_);
     return true;
   }
 
@@ -130,6 +138,7 @@ class OnePassDecoder {
   LzssOutput* output_;
   std::uint8_t* out_;
   std::uint64_t at_ = 0;
+  std::unique_ptr<PagePopulator> populator_ = std::make_unique<PagePopulator>(out_, output_->capacity);
 };
 
 }  // namespace

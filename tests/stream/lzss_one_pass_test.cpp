@@ -120,6 +120,15 @@ TEST(LzssOnePass, RoundTripsThroughTheEncoderForEveryWidthPair) {
   }
 }
 
+// Large enough that fresh pages are faulted in ahead of the decoder on a second thread, also
+// while the buffer grows (and moves) from a first guess far too small.
+TEST(LzssOnePass, LargeOutputsDecodeAlikeWhileTheirPagesAreFaultedInAhead) {
+  std::string payload = loggerLike(std::size_t{10} << 20, 5);
+  std::string bits = test::lzssEncode(payload, 11, 4);
+  EXPECT_TRUE(decodeOnePass(bits, 11, 4) == payload);
+  EXPECT_TRUE(decodeOnePass(bits, 11, 4, std::size_t{4} << 20) == payload);
+}
+
 TEST(LzssOnePass, RefusesWhatTheIncrementalDecoderRefuses) {
   for (auto [window_bits, lookahead_bits] : {std::pair{3, 2}, {16, 4}, {8, 2}, {8, 8}, {0, 0}}) {
     EXPECT_EQ(decodeOnePass("abc", window_bits, lookahead_bits), "<refused>");
