@@ -1,6 +1,7 @@
 #include "stream/buffered_stream.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 #include <system_error>
 #include <thread>
@@ -32,10 +33,12 @@ std::unique_ptr<BufferedStream> BufferedStream::create(std::unique_ptr<Stream> i
 
 std::unique_ptr<BufferedStream> BufferedStream::readWholeFile(std::unique_ptr<Stream> inner, std::uint64_t file_size,
                                                               std::size_t capacity) {
-  LargeBuffer buffer = allocateZeroed(capacity);
+  // The file's bytes are read in; only what lies behind them is zeroed.
+  LargeBuffer buffer = allocateUninitialized(capacity);
   if (!buffer) return nullptr;
   std::int64_t read = readInTwoHalves(inner.get(), buffer.get(), file_size);
   if (read < 0) return nullptr;
+  std::memset(buffer.get() + read, 0, capacity - static_cast<std::size_t>(read));
   std::unique_ptr<BufferedStream> stream(new (std::nothrow) BufferedStream(std::move(inner), std::move(buffer), capacity));
   if (!stream) return nullptr;
   // A file that shrank meanwhile gives fewer bytes; the caller finds out from the file itself.

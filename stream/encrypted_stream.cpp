@@ -128,7 +128,8 @@ std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& head
   if (file_size < kEncryptedMinimumSize) return nullptr;
   // The plaintext is as long as the ciphertext; one buffer of that size, so nothing is copied.
   std::uint64_t plain_size = static_cast<std::uint64_t>(file_size - kEncryptedMinimumSize);
-  LargeBuffer plain = allocateZeroed(plain_size ? static_cast<std::size_t>(plain_size) : 1);
+  // Every byte is read in and decrypted before anyone sees it.
+  LargeBuffer plain = allocateUninitialized(plain_size ? static_cast<std::size_t>(plain_size) : 1);
   if (!plain) return nullptr;
 
   std::uint8_t key[kContainerKeySize];

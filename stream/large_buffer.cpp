@@ -27,6 +27,12 @@ LargeBuffer allocateZeroed(std::size_t size) {
   return buffer;
 }
 
+LargeBuffer allocateUninitialized(std::size_t size) {
+  LargeBuffer buffer(static_cast<std::uint8_t*>(std::malloc(size)));
+  if (buffer) adviseHugePages(buffer.get(), size);
+  return buffer;
+}
+
 bool growLargeBuffer(LargeBuffer& buffer, std::size_t capacity) {
   void* grown = std::realloc(buffer.get(), capacity);
   if (!grown) return false;

@@ -19,6 +19,9 @@ void adviseHugePages(void* data, std::size_t size);
 
 // Zeroed memory without touching it (the kernel hands out zero pages); null on failure.
 LargeBuffer allocateZeroed(std::size_t size);
+// Memory whose every byte the caller writes before reading it: memory freed earlier in the
+// process is then handed out again as it is, not zeroed first. Null on failure.
+LargeBuffer allocateUninitialized(std::size_t size);
 
 // Grows (or shrinks) the buffer to `capacity` bytes, keeping its contents; a large block's pages
 // are moved, not its bytes. False, with the buffer untouched, when memory runs out.

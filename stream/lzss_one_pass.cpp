@@ -151,7 +151,10 @@ bool decodeLzssWhole(const std::uint8_t* input, std::size_t input_size, int wind
     return false;
   }
   std::uint64_t first = size_hint ? size_hint : std::uint64_t{input_size} * kGuessedRatio;
-  output->bytes = allocateZeroed(static_cast<std::size_t>(first + (std::uint64_t{1} << lookahead_bits) + kCopyOverrun));
+  // Every byte is written before it is read: references before the first byte give zeros
+  // without reading, and the bytes a block copy writes beyond an item are overwritten by the next.
+  output->bytes =
+      allocateUninitialized(static_cast<std::size_t>(first + (std::uint64_t{1} << lookahead_bits) + kCopyOverrun));
   if (!output->bytes) return false;
   output->capacity = first + (std::uint64_t{1} << lookahead_bits) + kCopyOverrun;
   output->size = 0;
