@@ -35,7 +35,9 @@ PagePopulator::~PagePopulator() {
 // True to go on populating, false once asked to stop.
 bool PagePopulator::waitWhileFarAhead(std::uint64_t populated) {
   std::unique_lock<std::mutex> lock(mutex_);
-  while (!stopping_ && populated >= written_.load(std::memory_order_relaxed) + kAhead) {
+  for (;;) {
+    std::uint64_t written = written_.load(std::memory_order_relaxed);
+    if (stopping_ || populated < written + aheadOf(written)) break;
     stop_requested_.wait_for(lock, kPoll);
   }
   return !stopping_;

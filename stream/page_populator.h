@@ -25,7 +25,14 @@ class PagePopulator {
 
  private:
   static constexpr std::uint64_t kChunk = std::uint64_t{2} << 20;
-  static constexpr std::uint64_t kAhead = std::uint64_t{32} << 20;
+  // How far ahead grows with what was written, so that a small output, whose size nobody knows
+  // in advance, does not get many pages it will never use.
+  static constexpr std::uint64_t kLeastAhead = std::uint64_t{4} << 20;
+  static constexpr std::uint64_t kMostAhead = std::uint64_t{32} << 20;
+  static std::uint64_t aheadOf(std::uint64_t written) {
+    std::uint64_t ahead = written / 4;
+    return ahead < kLeastAhead ? kLeastAhead : ahead > kMostAhead ? kMostAhead : ahead;
+  }
 
   void populateAhead(std::uint8_t* data, std::uint64_t size);
   bool waitWhileFarAhead(std::uint64_t populated);
