@@ -4,6 +4,7 @@
 
 #include "stream/container_crypto.h"
 #include "stream/large_buffer.h"
+#include "stream/page_populator.h"
 #include "stream/piece_filler.h"
 #include "stream/stream_reader.h"
 
@@ -65,6 +66,8 @@ class CipherSource {
       return false;
     }
     std::uint64_t cipher_size = file_size_ - kEncryptedMinimumSize;
+    // Fresh pages for the plaintext are faulted in ahead of the reads on a thread of their own.
+    PagePopulator populator(plain, cipher_size);
     // Only the filling thread touches the inner stream from here on.
     PieceFiller filler(cipher_size, kCipherPiece, [this, plain](std::uint64_t offset, std::size_t count) {
       return copyAt(kEncryptedAadSize + offset, plain + offset, count);
@@ -73,6 +76,7 @@ class CipherSource {
       std::uint64_t piece = cipher_size - done < kCipherPiece ? cipher_size - done : kCipherPiece;
       if (!filler.waitUntil(done + piece) || !gcm.update(plain + done, piece, plain + done)) return false;
       done += piece;
+      populator.wrote(done);
     }
     return gcm.finishAndCheckTag(tag);
   }

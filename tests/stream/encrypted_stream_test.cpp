@@ -96,7 +96,7 @@ TEST(EncryptedStream, ReadsPieceByPieceWhenTheContainerIsNotInMemory) {
 }
 
 TEST(EncryptedStream, ReadsAContainerFileInPiecesOnASecondThread) {
-  std::string payload = payloadOf((std::size_t{7} << 19) + 5);
+  std::string payload = payloadOf((std::size_t{9} << 19) + 5);  // pages faulted in ahead too
   std::string container = test::makeEncryptedContainer(payload, 9, "pw", 2);
   for (bool whole_file_buffer : {false, true}) {
     SCOPED_TRACE(whole_file_buffer);
