@@ -2,6 +2,7 @@
 
 #include "app/input_snapshot.h"
 #include "base/log.h"
+#include "base/spare_processors.h"
 #include "finalize/finalize.h"
 #include "finalize/finalize_hooks.h"
 #include "mdf/mdf_file.h"
@@ -168,6 +169,7 @@ bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& 
 
 std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, std::string_view output_stem) {
   if (!job) return kConversionFailed;
+  RunningConversion running;
   // Outlives every mapping of this conversion's input.
   MappingFaultWatch watch;
   InputSnapshot input(*job->root_directory, input_path);

@@ -4,6 +4,7 @@
 #include <system_error>
 #include <thread>
 
+#include "base/spare_processors.h"
 #include "finalize/record_reader.h"
 #include "mdf/channel_group_block.h"
 #include "mdf/data_group_block.h"
@@ -89,7 +90,7 @@ void collectPlaces(const DataGroupBlock& group, const SectionInMemory& section, 
 }
 
 void collectPlacesInParallel(const DataGroupBlock& group, const SectionInMemory& section, const SortTable& table) {
-  if (section.size < kParallelScanThreshold || std::thread::hardware_concurrency() < kLanes) {
+  if (section.size < kParallelScanThreshold || std::thread::hardware_concurrency() < kLanes || !processorToSpare()) {
     collectPlaces(group, section, table, kAllLanes);
     return;
   }

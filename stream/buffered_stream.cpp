@@ -6,6 +6,7 @@
 #include <system_error>
 #include <thread>
 
+#include "base/spare_processors.h"
 #include "stream/file_stream.h"
 
 namespace qm {
@@ -52,7 +53,7 @@ std::int64_t BufferedStream::readInTwoHalves(Stream* file, std::uint8_t* out, st
   // them twice as fast. The halves meet at a huge-page boundary.
   constexpr std::uint64_t kSplitAbove = std::uint64_t{16} << 20;
   constexpr std::uint64_t kHugePage = std::uint64_t{2} << 20;
-  if (size < kSplitAbove) return file->readAt(0, out, static_cast<std::size_t>(size));
+  if (size < kSplitAbove || !processorToSpare()) return file->readAt(0, out, static_cast<std::size_t>(size));
   const std::uint64_t half = (size / 2) & ~(kHugePage - 1);
   std::int64_t second = kStreamRefused;
   std::thread helper;

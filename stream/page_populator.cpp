@@ -5,6 +5,8 @@
 #include <chrono>
 #include <system_error>
 
+#include "base/spare_processors.h"
+
 #ifndef MADV_POPULATE_WRITE
 #define MADV_POPULATE_WRITE 23
 #endif
@@ -15,7 +17,7 @@ constexpr auto kPoll = std::chrono::microseconds(200);
 }
 
 PagePopulator::PagePopulator(std::uint8_t* data, std::uint64_t size) {
-  if (data == nullptr || size < 2 * kChunk) return;
+  if (data == nullptr || size < 2 * kChunk || !processorToSpare()) return;
   try {
     thread_ = std::thread([this, data, size] { populateAhead(data, size); });
   } catch (const std::system_error&) {

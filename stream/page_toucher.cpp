@@ -4,10 +4,12 @@
 
 #include <system_error>
 
+#include "base/spare_processors.h"
+
 namespace qm {
 
 PageToucher::PageToucher(const std::uint8_t* data, std::uint64_t size) {
-  if (data == nullptr || size == 0) return;
+  if (data == nullptr || size == 0 || !processorToSpare()) return;
   try {
     thread_ = std::thread([this, data, size] { touchAll(data, size); });
   } catch (const std::system_error&) {
