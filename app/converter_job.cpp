@@ -30,21 +30,17 @@ std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_v
     return nullptr;
   }
   std::int64_t buffer_size = job.options->buffer_size;
-  std::uint64_t read_whole_limit = BufferedStream::kReadWholeLimit;
   if (buffer_size < 0) {
     ContainerHeader header{};
-    if (detectContainer(input.get(), &header) == 1) {
-      // The encrypted layer reads its container piece by piece into the plaintext's place;
-      // holding the whole container first would read it twice.
-      if (header.container_type == kContainerEncrypted) return input;
-      // The compressed layer reads its payload once, in order: a mapping serves that without
-      // a copy, and without fresh memory for the container besides the one for its content.
-      read_whole_limit = 0;
-    }
+    // The encrypted layer reads its container piece by piece into the plaintext's place;
+    // holding the whole container first would read it twice. A compressed container is read
+    // whole like a plain file: a mapping's pages cost more to reach the first time than a
+    // copy into memory that an earlier conversion already used.
+    if (detectContainer(input.get(), &header) == 1 && header.container_type == kContainerEncrypted) return input;
     buffer_size = streamSize(input.get());
   }
   if (buffer_size <= 0) return input;
-  return BufferedStream::create(std::move(input), static_cast<std::size_t>(buffer_size), read_whole_limit);
+  return BufferedStream::create(std::move(input), static_cast<std::size_t>(buffer_size));
 }
 
 // Peels container layers off the stream until plain content is left. Returns 0 with `current`
