@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "base/spare_processors.h"
+
 namespace qm {
 namespace {
 
@@ -104,7 +106,7 @@ class Handoff {
 }  // namespace
 
 bool copyOverlapped(Stream* source, Stream* target, std::uint64_t size) {
-  if (size < kOverlapThreshold) return copyInline(source, target, size);
+  if (size < kOverlapThreshold || !processorToSpare()) return copyInline(source, target, size);
   Handoff handoff(target);
   std::thread writer;
   try {
