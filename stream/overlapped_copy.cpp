@@ -1,11 +1,12 @@
 #include "stream/overlapped_copy.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <system_error>
 #include <thread>
-#include <vector>
 
 #include "base/spare_processors.h"
 
@@ -16,17 +17,37 @@ constexpr std::size_t kBufferSize = std::size_t{1} << 20;
 // Below this a thread costs more than it saves.
 constexpr std::uint64_t kOverlapThreshold = std::uint64_t{8} << 20;
 
+// A copy buffer in a mapping of its own. It lives as long as its thread; in the heap it would
+// sit between the large blocks that later conversions allocate there and push them onto fresh
+// pages. Empty (size 0, and every copy through it fails) when no memory is left.
+class CopyBuffer {
+ public:
+  CopyBuffer() {
+    void* mapped = mmap(nullptr, kBufferSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped != MAP_FAILED) data_ = static_cast<std::uint8_t*>(mapped);
+  }
+  ~CopyBuffer() {
+    if (data_) munmap(data_, kBufferSize);
+  }
+  CopyBuffer(const CopyBuffer&) = delete;
+  CopyBuffer& operator=(const CopyBuffer&) = delete;
+
+  std::uint8_t* data() const { return data_; }
+  std::size_t size() const { return data_ ? kBufferSize : 0; }
+
+ private:
+  std::uint8_t* data_ = nullptr;
+};
+
 // The copy buffers of the calling thread, kept from one copy to the next: fresh pages cost a
 // fault each, and a file is saved block by block, many of them large.
-std::vector<std::uint8_t>& spareBuffer(unsigned which) {
-  thread_local std::vector<std::uint8_t> spare[2];
-  std::vector<std::uint8_t>& buffer = spare[which];
-  if (buffer.size() < kBufferSize) buffer.resize(kBufferSize);
-  return buffer;
+CopyBuffer& spareBuffer(unsigned which) {
+  thread_local CopyBuffer spare[2];
+  return spare[which];
 }
 
 bool copyInline(Stream* source, Stream* target, std::uint64_t size) {
-  std::vector<std::uint8_t>& buffer = spareBuffer(0);
+  CopyBuffer& buffer = spareBuffer(0);
   for (std::uint64_t copied = 0; copied < size;) {
     std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), size - copied));
     std::int64_t got = streamRead(source, buffer.data(), want);
@@ -43,7 +64,7 @@ class Handoff {
   explicit Handoff(Stream* target) : target_(target), slots_{Slot{spareBuffer(0)}, Slot{spareBuffer(1)}} {}
 
   // Reading side: the next free buffer, or null once writing failed.
-  std::vector<std::uint8_t>* acquireForFilling() {
+  CopyBuffer* acquireForFilling() {
     std::unique_lock<std::mutex> lock(mutex_);
     Slot& slot = slots_[fill_turn_];
     changed_.wait(lock, [&] { return !slot.full || failed_; });
@@ -88,7 +109,7 @@ class Handoff {
 
  private:
   struct Slot {
-    std::vector<std::uint8_t>& bytes;
+    CopyBuffer& bytes;
     std::size_t count = 0;
     bool full = false;
   };
@@ -116,9 +137,9 @@ bool copyOverlapped(Stream* source, Stream* target, std::uint64_t size) {
   }
   bool complete = true;
   for (std::uint64_t copied = 0; copied < size;) {
-    std::vector<std::uint8_t>* buffer = handoff.acquireForFilling();
+    CopyBuffer* buffer = handoff.acquireForFilling();
     std::size_t want = static_cast<std::size_t>(std::min<std::uint64_t>(kBufferSize, size - copied));
-    std::int64_t got = buffer ? streamRead(source, buffer->data(), want) : -1;
+    std::int64_t got = buffer && buffer->data() ? streamRead(source, buffer->data(), want) : -1;
     if (got <= 0) {
       complete = false;
       break;
