@@ -63,21 +63,21 @@ class OnePassDecoder {
 
   bool decode(const std::uint8_t* input, std::size_t input_size) {
     // While eight bytes can be loaded, a 64-bit buffer is topped up to at least 56 bits at a
-    // time, enough for a fixed number of whole items; shifting consumed bits out is all that
-    // lies between one item and the next.
-    const unsigned longest_bits = reference_bits_ > kLiteralBits ? reference_bits_ : kLiteralBits;
-    const unsigned items_per_fill = 56 / longest_bits;
+    // time, enough for a fixed number of whole steps (an item, or a pair of literals); shifting
+    // consumed bits out is all that lies between one step and the next.
+    const unsigned longest_bits = reference_bits_ > 2 * kLiteralBits ? reference_bits_ : 2 * kLiteralBits;
+    const unsigned steps_per_fill = 56 / longest_bits;
     std::size_t next = 0;  // the first input byte not yet wholly in the buffer
     std::uint64_t bits = 0;
     unsigned count = 0;  // valid bits at the top of `bits`
     while (input_size >= 8 && next <= input_size - 8) {
-      if (!makeRoom(items_per_fill)) return false;
+      if (!makeRoom(steps_per_fill)) return false;
       populator_->wrote(at_);
       bits |= loadBigEndian(input + next) >> count;
       next += (63 - count) >> 3;
       count |= 56;
-      for (unsigned i = 0; i < items_per_fill; ++i) {
-        unsigned used = decodeItem(bits);
+      for (unsigned i = 0; i < steps_per_fill; ++i) {
+        unsigned used = decodeStep(bits);
         bits <<= used;
         count -= used;
       }
@@ -114,6 +114,17 @@ class OnePassDecoder {
     populator_ = std::make_unique<PagePopulator>(out_, output_->capacity);
     populator_->wrote(at_);
     return true;
+  }
+
+  // Two literals in a row, common in data that compresses poorly, are taken in one step.
+  unsigned decodeStep(std::uint64_t window) {
+    if ((window >> 63) && ((window >> 54) & 1)) {
+      out_[at_] = static_cast<std::uint8_t>(window >> 55);
+      out_[at_ + 1] = static_cast<std::uint8_t>(window >> 46);
+      at_ += 2;
+      return 2 * kLiteralBits;
+    }
+    return decodeItem(window);
   }
 
   // `window`: the next input bits, most significant first. Returns the bits the item took.
