@@ -31,7 +31,8 @@ void PieceFiller::fillAll() {
   for (std::uint64_t at = 0; at < size_;) {
     {
       std::unique_lock<std::mutex> lock(mutex_);
-      changed_.wait(lock, [&] { return stopping_ || at < done_with_ + kPiecesAhead * piece_; });
+      // A few pieces beyond what the caller is done with, and at least what it waits for.
+      changed_.wait(lock, [&] { return stopping_ || at < std::max(done_with_ + kPiecesAhead * piece_, asked_); });
       if (stopping_) return;
     }
     std::size_t count = static_cast<std::size_t>(std::min<std::uint64_t>(piece_, size_ - at));

@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
+#include <thread>
 #include <vector>
+
+#include "base/spare_processors.h"
 
 namespace qm {
 namespace {
@@ -29,6 +33,32 @@ TEST(PieceFiller, FillsEveryPieceInOrderWhileTheCallerWorks) {
     ASSERT_EQ(offsets.size(), (size + 999) / 1000);
     for (std::size_t i = 0; i < offsets.size(); ++i) EXPECT_EQ(offsets[i], i * 1000);
   }
+}
+
+TEST(PieceFiller, FillsOnTheCallersThreadWhileEveryProcessorRunsAConversion) {
+  std::vector<std::unique_ptr<RunningConversion>> busy;
+  while (processorToSpare()) busy.push_back(std::make_unique<RunningConversion>());
+  const std::thread::id caller = std::this_thread::get_id();
+  std::vector<std::uint8_t> buffer(5000);
+  bool elsewhere = false;
+  PieceFiller filler(buffer.size(), 1000, [&](std::uint64_t offset, std::size_t count) {
+    elsewhere |= std::this_thread::get_id() != caller;
+    for (std::size_t i = 0; i < count; ++i) buffer[offset + i] = static_cast<std::uint8_t>(offset + i + 1);
+    return true;
+  });
+  ASSERT_TRUE(filler.waitUntil(buffer.size()));
+  EXPECT_FALSE(elsewhere);
+  for (std::size_t i = 0; i < buffer.size(); ++i) ASSERT_EQ(buffer[i], static_cast<std::uint8_t>(i + 1));
+}
+
+TEST(PieceFiller, AWaitForMorePiecesThanItKeepsAheadIsServed) {
+  std::vector<std::uint8_t> buffer(20000);
+  PieceFiller filler(buffer.size(), 1000, [&](std::uint64_t offset, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) buffer[offset + i] = 7;
+    return true;
+  });
+  ASSERT_TRUE(filler.waitUntil(buffer.size()));
+  for (std::uint8_t byte : buffer) ASSERT_EQ(byte, 7);
 }
 
 TEST(PieceFiller, AFailedFillFailsEveryWaitBeyondIt) {
