@@ -33,11 +33,17 @@ std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_v
   if (buffer_size < 0) {
     ContainerHeader header{};
     // The encrypted layer reads its container piece by piece into the plaintext's place;
-    // holding the whole container first would read it twice. A compressed container is read
-    // whole like a plain file: a mapping's pages cost more to reach the first time than a
-    // copy into memory that an earlier conversion already used.
-    if (detectContainer(input.get(), &header) == 1 && header.container_type == kContainerEncrypted) return input;
+    // holding the whole container first would read it twice.
+    const bool container = detectContainer(input.get(), &header) == 1;
+    if (container && header.container_type == kContainerEncrypted) return input;
     buffer_size = streamSize(input.get());
+    // A compressed container is read once, in order. Read into memory an earlier conversion
+    // already used, it costs less than a mapping, whose pages are slow to reach the first time;
+    // too large for such memory, it is mapped, which spares fresh pages for a copy.
+    if (container && header.container_type == kContainerCompressed &&
+        static_cast<std::uint64_t>(buffer_size) > kLargestRecycledBuffer) {
+      return BufferedStream::create(std::move(input), static_cast<std::size_t>(buffer_size), 0);
+    }
   }
   if (buffer_size <= 0) return input;
   return BufferedStream::create(std::move(input), static_cast<std::size_t>(buffer_size));

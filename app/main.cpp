@@ -11,6 +11,7 @@
 #include "app/input_count.h"
 #include "app/input_walk.h"
 #include "app/progress_display.h"
+#include "stream/large_buffer.h"
 #include "app/run_context.h"
 
 namespace {
@@ -24,12 +25,11 @@ std::unique_ptr<qm::ProgressDisplay> startProgress(const qm::ConverterJob& job, 
 
 // A folder's files need buffers of about their size, one conversion after another. Kept in the
 // process once freed, they are reused as they are; handed back to the system, each conversion
-// pays for fresh pages again, which costs more than the work on them. Buffers for files larger
-// than this still come straight from the system and go back to it.
+// pays for fresh pages again, which costs more than the work on them. Buffers larger than
+// kLargestRecycledBuffer still come straight from the system and go back to it.
 void keepFreedBuffers() {
-  constexpr int kLargestKept = 64 << 20;
   constexpr int kKeptBeforeTrimming = 1 << 30;
-  mallopt(M_MMAP_THRESHOLD, kLargestKept);
+  mallopt(M_MMAP_THRESHOLD, static_cast<int>(qm::kLargestRecycledBuffer));
   mallopt(M_TRIM_THRESHOLD, kKeptBeforeTrimming);
 }
 

@@ -9,6 +9,11 @@
 
 namespace qm {
 
+// Freed buffers up to this size stay in the process and serve the next conversion as they are
+// (the program tells the allocator so at start-up); larger ones come fresh from the system each
+// time, at the price of new pages.
+constexpr std::size_t kLargestRecycledBuffer = std::size_t{64} << 20;
+
 struct FreeDeleter {
   void operator()(void* p) const { std::free(p); }
 };
