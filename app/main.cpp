@@ -11,8 +11,8 @@
 #include "app/input_count.h"
 #include "app/input_walk.h"
 #include "app/progress_display.h"
-#include "stream/large_buffer.h"
 #include "app/run_context.h"
+#include "stream/large_buffer.h"
 
 namespace {
 
