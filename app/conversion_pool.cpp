@@ -1,11 +1,12 @@
 #include "app/conversion_pool.h"
 
-#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <system_error>
+
+#include "base/spare_processors.h"
 
 namespace qm {
 
@@ -75,13 +76,7 @@ void ConversionPool::work() {
   }
 }
 
-int workersForJobs(int jobs) {
-  if (jobs > 0) return jobs;
-  cpu_set_t allowed;
-  if (sched_getaffinity(0, sizeof allowed, &allowed) == 0 && CPU_COUNT(&allowed) > 0) return CPU_COUNT(&allowed);
-  long online = sysconf(_SC_NPROCESSORS_ONLN);
-  return online > 0 ? static_cast<int>(online) : 1;
-}
+int workersForJobs(int jobs) { return jobs > 0 ? jobs : static_cast<int>(usableProcessors()); }
 
 namespace {
 

@@ -1,5 +1,7 @@
 #include "base/spare_processors.h"
 
+#include <sched.h>
+
 #include <atomic>
 #include <thread>
 
@@ -8,17 +10,24 @@ namespace {
 
 std::atomic<unsigned> running_conversions{0};
 
-unsigned processors() {
-  static const unsigned count = std::thread::hardware_concurrency();
-  return count == 0 ? 1 : count;
-}
-
 }  // namespace
+
+unsigned usableProcessors() {
+  cpu_set_t allowed;
+  if (sched_getaffinity(0, sizeof allowed, &allowed) == 0 && CPU_COUNT(&allowed) > 0) {
+    return static_cast<unsigned>(CPU_COUNT(&allowed));
+  }
+  unsigned online = std::thread::hardware_concurrency();
+  return online == 0 ? 1 : online;
+}
 
 RunningConversion::RunningConversion() { running_conversions.fetch_add(1, std::memory_order_relaxed); }
 
 RunningConversion::~RunningConversion() { running_conversions.fetch_sub(1, std::memory_order_relaxed); }
 
-bool processorToSpare() { return running_conversions.load(std::memory_order_relaxed) < processors(); }
+bool processorToSpare() {
+  static const unsigned processors = usableProcessors();
+  return running_conversions.load(std::memory_order_relaxed) < processors;
+}
 
 }  // namespace qm

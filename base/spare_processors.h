@@ -14,7 +14,11 @@ class RunningConversion {
   RunningConversion& operator=(const RunningConversion&) = delete;
 };
 
-// True while fewer conversions run than there are processors.
+// The processors this process may run on (its affinity mask, which `taskset` or a container
+// may narrow), at least 1.
+unsigned usableProcessors();
+
+// True while fewer conversions run than there are usable processors.
 bool processorToSpare();
 
 }  // namespace qm

@@ -90,7 +90,7 @@ void collectPlaces(const DataGroupBlock& group, const SectionInMemory& section, 
 }
 
 void collectPlacesInParallel(const DataGroupBlock& group, const SectionInMemory& section, const SortTable& table) {
-  if (section.size < kParallelScanThreshold || std::thread::hardware_concurrency() < kLanes || !processorToSpare()) {
+  if (section.size < kParallelScanThreshold || usableProcessors() < kLanes || !processorToSpare()) {
     collectPlaces(group, section, table, kAllLanes);
     return;
   }

@@ -3,15 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <thread>
 #include <vector>
 
 namespace qm {
 namespace {
 
 TEST(SpareProcessors, LeftOverUntilEveryProcessorRunsAConversion) {
-  unsigned processors = std::thread::hardware_concurrency();
-  if (processors == 0) processors = 1;
+  const unsigned processors = usableProcessors();
+  ASSERT_GE(processors, 1u);
   EXPECT_TRUE(processorToSpare());
   std::vector<std::unique_ptr<RunningConversion>> running;
   for (unsigned i = 0; i + 1 < processors; ++i) running.push_back(std::make_unique<RunningConversion>());
