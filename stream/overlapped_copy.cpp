@@ -19,15 +19,24 @@ constexpr std::uint64_t kOverlapThreshold = std::uint64_t{8} << 20;
 
 // A copy buffer in a mapping of its own. It lives as long as its thread; in the heap it would
 // sit between the large blocks that later conversions allocate there and push them onto fresh
-// pages. Empty (size 0, and every copy through it fails) when no memory is left.
+// pages. The mapping is one huge page where the kernel has them: one fault instead of 256.
+// Empty (size 0, and every copy through it fails) when no memory is left.
 class CopyBuffer {
  public:
   CopyBuffer() {
-    void* mapped = mmap(nullptr, kBufferSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (mapped != MAP_FAILED) data_ = static_cast<std::uint8_t*>(mapped);
+    // Twice the span is mapped, and all but one aligned huge page cut away again.
+    void* mapped = mmap(nullptr, 2 * kMappingSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) return;
+    auto begin = reinterpret_cast<std::uintptr_t>(mapped);
+    std::uintptr_t aligned = (begin + kMappingSize - 1) & ~static_cast<std::uintptr_t>(kMappingSize - 1);
+    if (aligned > begin) munmap(mapped, aligned - begin);
+    std::uintptr_t end = begin + 2 * kMappingSize;
+    if (end > aligned + kMappingSize) munmap(reinterpret_cast<void*>(aligned + kMappingSize), end - aligned - kMappingSize);
+    data_ = reinterpret_cast<std::uint8_t*>(aligned);
+    madvise(data_, kMappingSize, MADV_HUGEPAGE);
   }
   ~CopyBuffer() {
-    if (data_) munmap(data_, kBufferSize);
+    if (data_) munmap(data_, kMappingSize);
   }
   CopyBuffer(const CopyBuffer&) = delete;
   CopyBuffer& operator=(const CopyBuffer&) = delete;
@@ -36,6 +45,8 @@ class CopyBuffer {
   std::size_t size() const { return data_ ? kBufferSize : 0; }
 
  private:
+  static constexpr std::size_t kMappingSize = std::size_t{2} << 20;
+  static_assert(kBufferSize <= kMappingSize);
   std::uint8_t* data_ = nullptr;
 };
 
