@@ -23,9 +23,10 @@ std::unique_ptr<qm::ProgressDisplay> startProgress(const qm::ConverterJob& job, 
   return std::make_unique<qm::ProgressDisplay>(STDERR_FILENO, totals.files, totals.bytes);
 }
 
-// A folder's files need buffers of about their size, one conversion after another. Kept in the
-// process once freed, they are reused as they are; handed back to the system, each conversion
-// pays for fresh pages again, which costs more than the work on them. Buffers larger than
+// A folder's files need buffers of about their size, one conversion after another. The large
+// ones keep their own freed blocks; those that grow from small (noted places, copied payloads)
+// come from malloc, which is told to keep them too: handed back to the system, each conversion
+// would pay for fresh pages again, which costs more than the work on them. Buffers larger than
 // kLargestRecycledBuffer still come straight from the system and go back to it.
 void keepFreedBuffers() {
   constexpr int kKeptBeforeTrimming = 1 << 30;

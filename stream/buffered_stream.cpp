@@ -52,7 +52,6 @@ std::int64_t BufferedStream::readInTwoHalves(Stream* file, std::uint8_t* out, st
   // Much of a large read is the kernel handing out fresh pages for the buffer; two threads get
   // them twice as fast. The halves meet at a huge-page boundary.
   constexpr std::uint64_t kSplitAbove = std::uint64_t{16} << 20;
-  constexpr std::uint64_t kHugePage = std::uint64_t{2} << 20;
   if (size < kSplitAbove || !processorToSpare()) return file->readAt(0, out, static_cast<std::size_t>(size));
   const std::uint64_t half = (size / 2) & ~(kHugePage - 1);
   std::int64_t second = kStreamRefused;

@@ -7,17 +7,17 @@
 #include <cstdlib>
 #include <memory>
 
+#include "stream/mapped_blocks.h"
+
 namespace qm {
 
-// Freed buffers up to this size stay in the process and serve the next conversion as they are
-// (the program tells the allocator so at start-up); larger ones come fresh from the system each
-// time, at the price of new pages.
-constexpr std::size_t kLargestRecycledBuffer = std::size_t{64} << 20;
-
-struct FreeDeleter {
-  void operator()(void* p) const { std::free(p); }
+// Large buffers are mapped blocks, kept for the next buffer of any thread once freed; smaller
+// ones come from malloc.
+struct LargeBufferDeleter {
+  std::size_t mapped = 0;  // the block's mapped bytes; 0 for memory from malloc
+  void operator()(std::uint8_t* data) const;
 };
-using LargeBuffer = std::unique_ptr<std::uint8_t[], FreeDeleter>;
+using LargeBuffer = std::unique_ptr<std::uint8_t[], LargeBufferDeleter>;
 
 // Hints the kernel to back the whole 2 MiB pages inside [data, data + size) with huge pages.
 void adviseHugePages(void* data, std::size_t size);
@@ -28,8 +28,8 @@ LargeBuffer allocateZeroed(std::size_t size);
 // process is then handed out again as it is, not zeroed first. Null on failure.
 LargeBuffer allocateUninitialized(std::size_t size);
 
-// Grows (or shrinks) the buffer to `capacity` bytes, keeping its contents; a large block's pages
-// are moved, not its bytes. False, with the buffer untouched, when memory runs out.
+// Grows the buffer to at least `capacity` bytes, keeping its contents; a large block's pages are
+// moved, not its bytes. False, with the buffer untouched, when memory runs out.
 bool growLargeBuffer(LargeBuffer& buffer, std::size_t capacity);
 
 }  // namespace qm

@@ -2,10 +2,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace qm {
-
-MemoryStream::~MemoryStream() { std::free(data_); }
 
 std::int64_t MemoryStream::read(void* buffer, std::size_t count) {
   // A position past the size (reachable by a seek within the capacity) reads nothing.
@@ -22,10 +21,8 @@ bool MemoryStream::reserve(std::uint64_t n) {
   if (n > (UINT64_MAX >> 2) - position_) return false;
   std::uint64_t capacity = capacity_ ? capacity_ : 2;
   while (capacity < position_ || capacity - position_ < n) capacity *= 2;
-  auto* grown = static_cast<std::uint8_t*>(std::realloc(data_, capacity));
-  if (!grown) return false;
-  adviseHugePages(grown, capacity);
-  data_ = grown;
+  if (capacity > SIZE_MAX || !growLargeBuffer(buffer_, static_cast<std::size_t>(capacity))) return false;
+  data_ = buffer_.get();
   capacity_ = capacity;
   return true;
 }
@@ -61,14 +58,14 @@ std::int64_t MemoryStream::seek(std::int64_t offset, int origin) {
 }
 
 void MemoryStream::adopt(LargeBuffer buffer, std::uint64_t size, std::uint64_t capacity) {
-  std::free(data_);
-  data_ = buffer.release();
+  buffer_ = std::move(buffer);
+  data_ = buffer_.get();
   capacity_ = data_ ? capacity : 0;
   size_ = position_ = data_ ? size : 0;
 }
 
 int MemoryStream::close() {
-  std::free(data_);
+  buffer_.reset();
   data_ = nullptr;
   capacity_ = size_ = position_ = 0;
   return 0;

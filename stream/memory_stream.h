@@ -14,7 +14,7 @@ class MemoryStream : public Stream {
   MemoryStream() = default;
   MemoryStream(const MemoryStream&) = delete;
   MemoryStream& operator=(const MemoryStream&) = delete;
-  ~MemoryStream() override;
+  ~MemoryStream() override = default;
 
   std::int64_t read(void* buffer, std::size_t count) override;
   std::int64_t write(const void* buffer, std::size_t count) override {
@@ -50,7 +50,8 @@ class MemoryStream : public Stream {
   std::uint64_t capacity_ = 0;
   std::uint64_t size_ = 0;
   std::uint64_t position_ = 0;
-  std::uint8_t* data_ = nullptr;
+  LargeBuffer buffer_;
+  std::uint8_t* data_ = nullptr;  // buffer_'s bytes, for the inline write
 };
 
 }  // namespace qm

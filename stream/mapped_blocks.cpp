@@ -1,0 +1,120 @@
+#include "stream/mapped_blocks.h"
+
+#include <sys/mman.h>
+
+#include <cstdint>
+#include <mutex>
+#include <new>
+#include <vector>
+
+namespace qm {
+namespace {
+
+// Blocks larger than one recycled buffer go straight back to the system, as do blocks beyond
+// what a couple of files need at once: the kept memory stays small beside the conversions.
+constexpr std::size_t kMostKeptBytes = 2 * kLargestRecycledBuffer;
+
+// Address space of `size` bytes (whole huge pages) from a huge-page boundary on: a larger
+// stretch is mapped and its ends cut off.
+void* mapAligned(std::size_t size, int protection) {
+  const std::size_t span = size + kHugePage;
+  void* raw = mmap(nullptr, span, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (raw == MAP_FAILED) return nullptr;
+  const auto start = reinterpret_cast<std::uintptr_t>(raw);
+  const std::uintptr_t begin = (start + kHugePage - 1) & ~std::uintptr_t{kHugePage - 1};
+  const std::uintptr_t end = begin + size;
+  if (begin > start) munmap(raw, begin - start);
+  if (start + span > end) munmap(reinterpret_cast<void*>(end), start + span - end);
+  return reinterpret_cast<void*>(begin);
+}
+
+MappedBlock mapFreshBlock(std::size_t size) {
+  void* data = mapAligned(size, PROT_READ | PROT_WRITE);
+  if (data == nullptr) return {};
+  // Only a hint: where huge pages are off or scarce, ordinary pages serve.
+  madvise(data, size, MADV_HUGEPAGE);
+  return {data, size};
+}
+
+class KeptBlocks {
+ public:
+  // The smallest kept block of at least `size` bytes, else the largest one; empty when none is kept.
+  MappedBlock takeClosest(std::size_t size) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (blocks_.empty()) return {};
+    std::size_t chosen = 0;
+    for (std::size_t i = 1; i < blocks_.size(); ++i) {
+      if (closer(blocks_[i].size, blocks_[chosen].size, size)) chosen = i;
+    }
+    MappedBlock block = blocks_[chosen];
+    blocks_[chosen] = blocks_.back();
+    blocks_.pop_back();
+    kept_bytes_ -= block.size;
+    return block;
+  }
+
+  // False when the block is not kept; the caller then unmaps it.
+  bool keep(MappedBlock block) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (block.size > kLargestRecycledBuffer || block.size > kMostKeptBytes - kept_bytes_) return false;
+    try {
+      blocks_.push_back(block);
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+    kept_bytes_ += block.size;
+    return true;
+  }
+
+ private:
+  static bool closer(std::size_t candidate, std::size_t best, std::size_t wanted) {
+    const bool fits = candidate >= wanted;
+    const bool best_fits = best >= wanted;
+    if (fits != best_fits) return fits;
+    return fits ? candidate < best : candidate > best;
+  }
+
+  std::mutex mutex_;
+  std::vector<MappedBlock> blocks_;
+  std::size_t kept_bytes_ = 0;
+};
+
+KeptBlocks& keptBlocks() {
+  static KeptBlocks blocks;
+  return blocks;
+}
+
+}  // namespace
+
+MappedBlock takeMappedBlock(std::size_t size) {
+  MappedBlock block = keptBlocks().takeClosest(size);
+  if (block.data != nullptr && block.size < size && !growMappedBlock(block, size)) {
+    munmap(block.data, block.size);
+    block = {};
+  }
+  return block.data != nullptr ? block : mapFreshBlock(size);
+}
+
+bool growMappedBlock(MappedBlock& block, std::size_t size) {
+  if (size <= block.size) return true;
+  // In place when the address space behind the block is free, else moved to a new stretch that
+  // starts on a huge-page boundary (wherever the kernel would put it, huge pages could not back it).
+  void* grown = mremap(block.data, block.size, size, 0);
+  if (grown == MAP_FAILED) {
+    void* target = mapAligned(size, PROT_NONE);
+    if (target == nullptr) return false;
+    grown = mremap(block.data, block.size, size, MREMAP_MAYMOVE | MREMAP_FIXED, target);
+    if (grown == MAP_FAILED) {
+      munmap(target, size);
+      return false;
+    }
+  }
+  block = {grown, size};
+  return true;
+}
+
+void giveBackMappedBlock(MappedBlock block) {
+  if (block.data != nullptr && !keptBlocks().keep(block)) munmap(block.data, block.size);
+}
+
+}  // namespace qm

@@ -1,0 +1,109 @@
+#include "stream/mapped_blocks.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "stream/large_buffer.h"
+
+namespace qm {
+namespace {
+
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+
+bool isMapped(const void* data, std::size_t size) {
+  std::vector<unsigned char> pages(size / static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + 1);
+  return mincore(const_cast<void*>(data), size, pages.data()) == 0;
+}
+
+bool onHugePageBoundary(const void* data) { return reinterpret_cast<std::uintptr_t>(data) % kHugePage == 0; }
+
+// Sizes no other test in this process asks for, so that the blocks kept are the test's own.
+TEST(MappedBlocks, AFreedBlockServesTheNextFittingRequestOfAnyThread) {
+  MappedBlock first = takeMappedBlock(14 * kMiB);
+  ASSERT_NE(first.data, nullptr);
+  EXPECT_TRUE(onHugePageBoundary(first.data));
+  std::memset(first.data, 0x5a, first.size);
+  giveBackMappedBlock(first);
+  EXPECT_TRUE(isMapped(first.data, first.size));
+
+  MappedBlock again;
+  std::thread([&] { again = takeMappedBlock(12 * kMiB); }).join();
+  EXPECT_EQ(again.data, first.data);
+  EXPECT_EQ(again.size, first.size);  // handed out whole, larger than asked
+  giveBackMappedBlock(again);
+}
+
+TEST(MappedBlocks, GrowingKeepsTheContentsAlsoWhenTheBlockMustMove) {
+  MappedBlock block = takeMappedBlock(4 * kMiB);
+  ASSERT_NE(block.data, nullptr);
+  auto* bytes = static_cast<std::uint8_t*>(block.data);
+  for (std::size_t i = 0; i < block.size; ++i) bytes[i] = static_cast<std::uint8_t>(i * 7);
+  // Something right behind the block leaves no room to grow in place.
+  void* behind = mmap(bytes + block.size, kHugePage, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+  ASSERT_NE(behind, MAP_FAILED);
+  const std::size_t old_size = block.size;
+  ASSERT_TRUE(growMappedBlock(block, 10 * kMiB));
+  EXPECT_NE(block.data, static_cast<void*>(bytes));
+  EXPECT_TRUE(onHugePageBoundary(block.data));
+  EXPECT_EQ(block.size, 10 * kMiB);
+  const auto* moved = static_cast<const std::uint8_t*>(block.data);
+  std::size_t wrong = 0;
+  for (std::size_t i = 0; i < old_size; ++i) wrong += moved[i] != static_cast<std::uint8_t>(i * 7);
+  EXPECT_EQ(wrong, 0u);
+  munmap(behind, kHugePage);
+  giveBackMappedBlock(block);
+}
+
+TEST(MappedBlocks, BlocksTooLargeToKeepGoBackToTheSystem) {
+  MappedBlock big = takeMappedBlock(kLargestRecycledBuffer + kHugePage);
+  ASSERT_NE(big.data, nullptr);
+  giveBackMappedBlock(big);
+  EXPECT_FALSE(isMapped(big.data, big.size));
+}
+
+TEST(MappedBlocks, ThreadsNeverShareABlock) {
+  // Each thread fills the blocks it holds with its own mark and checks it before giving them
+  // back: a block handed out twice would show the other thread's mark.
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 40;
+  std::vector<int> damaged(kThreads, 0);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t, &damaged] {
+      for (int round = 0; round < kRounds; ++round) {
+        MappedBlock block = takeMappedBlock(static_cast<std::size_t>(1 + (round + t) % 3) * kHugePage);
+        if (block.data == nullptr) continue;
+        auto* bytes = static_cast<std::uint8_t*>(block.data);
+        const std::size_t stride = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        for (std::size_t i = 0; i < block.size; i += stride) bytes[i] = static_cast<std::uint8_t>(t + 1);
+        std::this_thread::yield();
+        for (std::size_t i = 0; i < block.size; i += stride) damaged[t] += bytes[i] != t + 1;
+        giveBackMappedBlock(block);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (int t = 0; t < kThreads; ++t) EXPECT_EQ(damaged[t], 0) << "thread " << t;
+}
+
+TEST(LargeBuffer, GrowingKeepsTheContentsFromMallocAndFromMappedBlocks) {
+  for (std::size_t first : {std::size_t{4096}, 3 * kMiB}) {
+    LargeBuffer buffer = allocateUninitialized(first);
+    ASSERT_TRUE(buffer);
+    for (std::size_t i = 0; i < first; ++i) buffer[i] = static_cast<std::uint8_t>(i % 251);
+    ASSERT_TRUE(growLargeBuffer(buffer, 9 * kMiB));
+    std::size_t wrong = 0;
+    for (std::size_t i = 0; i < first; ++i) wrong += buffer[i] != static_cast<std::uint8_t>(i % 251);
+    EXPECT_EQ(wrong, 0u) << first;
+    buffer[9 * kMiB - 1] = 1;  // the whole new room is there
+  }
+}
+
+}  // namespace
+}  // namespace qm
