@@ -25,7 +25,7 @@ void LargeBufferDeleter::operator()(std::uint8_t* data) const {
   if (mapped == 0) {
     std::free(data);
   } else {
-    giveBackMappedBlock({data, mapped});
+    sharedBlockCache().giveBack({data, mapped});
   }
 }
 
@@ -58,7 +58,7 @@ LargeBuffer allocateUninitialized(std::size_t size) {
   // can back all of it with them. A block that starts or ends inside a huge page gets small
   // pages there, and the first touch of each small page costs far more (on this kind of
   // virtual machine, a 10 MiB read into fresh memory took 20-35 ms that way, 3-8 ms aligned).
-  MappedBlock block = takeMappedBlock(roundToHugePages(size));
+  MappedBlock block = sharedBlockCache().take(roundToHugePages(size));
   return LargeBuffer(static_cast<std::uint8_t*>(block.data), LargeBufferDeleter{block.size});
 }
 

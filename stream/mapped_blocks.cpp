@@ -3,16 +3,10 @@
 #include <sys/mman.h>
 
 #include <cstdint>
-#include <mutex>
 #include <new>
-#include <vector>
 
 namespace qm {
 namespace {
-
-// Blocks larger than one recycled buffer go straight back to the system, as do blocks beyond
-// what a couple of files need at once: the kept memory stays small beside the conversions.
-constexpr std::size_t kMostKeptBytes = 2 * kLargestRecycledBuffer;
 
 // Address space of `size` bytes (whole huge pages) from a huge-page boundary on: a larger
 // stretch is mapped and its ends cut off.
@@ -36,64 +30,16 @@ MappedBlock mapFreshBlock(std::size_t size) {
   return {data, size};
 }
 
-class KeptBlocks {
- public:
-  // The smallest kept block of at least `size` bytes, else the largest one; empty when none is kept.
-  MappedBlock takeClosest(std::size_t size) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (blocks_.empty()) return {};
-    std::size_t chosen = 0;
-    for (std::size_t i = 1; i < blocks_.size(); ++i) {
-      if (closer(blocks_[i].size, blocks_[chosen].size, size)) chosen = i;
-    }
-    MappedBlock block = blocks_[chosen];
-    blocks_[chosen] = blocks_.back();
-    blocks_.pop_back();
-    kept_bytes_ -= block.size;
-    return block;
-  }
-
-  // False when the block is not kept; the caller then unmaps it.
-  bool keep(MappedBlock block) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (block.size > kLargestRecycledBuffer || block.size > kMostKeptBytes - kept_bytes_) return false;
-    try {
-      blocks_.push_back(block);
-    } catch (const std::bad_alloc&) {
-      return false;
-    }
-    kept_bytes_ += block.size;
-    return true;
-  }
-
- private:
-  static bool closer(std::size_t candidate, std::size_t best, std::size_t wanted) {
-    const bool fits = candidate >= wanted;
-    const bool best_fits = best >= wanted;
-    if (fits != best_fits) return fits;
-    return fits ? candidate < best : candidate > best;
-  }
-
-  std::mutex mutex_;
-  std::vector<MappedBlock> blocks_;
-  std::size_t kept_bytes_ = 0;
-};
-
-KeptBlocks& keptBlocks() {
-  static KeptBlocks blocks;
-  return blocks;
+// Of two kept blocks, the one closer to a request: one that fits beats one that does not; of
+// two that fit the smaller, of two that do not the larger (it needs the fewest fresh pages).
+bool closer(std::size_t candidate, std::size_t best, std::size_t wanted) {
+  const bool fits = candidate >= wanted;
+  const bool best_fits = best >= wanted;
+  if (fits != best_fits) return fits;
+  return fits ? candidate < best : candidate > best;
 }
 
 }  // namespace
-
-MappedBlock takeMappedBlock(std::size_t size) {
-  MappedBlock block = keptBlocks().takeClosest(size);
-  if (block.data != nullptr && block.size < size && !growMappedBlock(block, size)) {
-    munmap(block.data, block.size);
-    block = {};
-  }
-  return block.data != nullptr ? block : mapFreshBlock(size);
-}
 
 bool growMappedBlock(MappedBlock& block, std::size_t size) {
   if (size <= block.size) return true;
@@ -113,8 +59,53 @@ bool growMappedBlock(MappedBlock& block, std::size_t size) {
   return true;
 }
 
-void giveBackMappedBlock(MappedBlock block) {
-  if (block.data != nullptr && !keptBlocks().keep(block)) munmap(block.data, block.size);
+MappedBlockCache::~MappedBlockCache() {
+  for (const MappedBlock& block : blocks_) munmap(block.data, block.size);
+}
+
+MappedBlock MappedBlockCache::take(std::size_t size) {
+  MappedBlock block = takeClosest(size);
+  if (block.data != nullptr && block.size < size && !growMappedBlock(block, size)) {
+    munmap(block.data, block.size);
+    block = {};
+  }
+  return block.data != nullptr ? block : mapFreshBlock(size);
+}
+
+void MappedBlockCache::giveBack(MappedBlock block) {
+  if (block.data != nullptr && !keep(block)) munmap(block.data, block.size);
+}
+
+MappedBlock MappedBlockCache::takeClosest(std::size_t size) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (blocks_.empty()) return {};
+  std::size_t chosen = 0;
+  for (std::size_t i = 1; i < blocks_.size(); ++i) {
+    if (closer(blocks_[i].size, blocks_[chosen].size, size)) chosen = i;
+  }
+  MappedBlock block = blocks_[chosen];
+  blocks_[chosen] = blocks_.back();
+  blocks_.pop_back();
+  kept_bytes_ -= block.size;
+  return block;
+}
+
+bool MappedBlockCache::keep(MappedBlock block) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (block.size > largest_kept_ || block.size > most_kept_bytes_ - kept_bytes_) return false;
+  try {
+    blocks_.push_back(block);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  kept_bytes_ += block.size;
+  return true;
+}
+
+MappedBlockCache& sharedBlockCache() {
+  // Never destroyed: a buffer freed while the program exits still has a cache to go back to.
+  static auto* cache = new MappedBlockCache(kLargestRecycledBuffer, 2 * kLargestRecycledBuffer);
+  return *cache;
 }
 
 }  // namespace qm

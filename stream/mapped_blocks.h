@@ -5,6 +5,8 @@
 // zeroed page each (on a virtual machine often far more than the work done on them). Kept in
 // one place, a block one worker frees serves the next file of any worker, not only its own.
 #include <cstddef>
+#include <mutex>
+#include <vector>
 
 namespace qm {
 
@@ -18,17 +20,42 @@ struct MappedBlock {
   std::size_t size = 0;  // whole huge pages
 };
 
-// A block of at least `size` bytes (whole huge pages) starting on a huge-page boundary: a kept
-// one when one is large enough, else the largest kept one grown, else a fresh one. Its bytes
-// are whatever they were. Empty when memory runs out.
-MappedBlock takeMappedBlock(std::size_t size);
-
 // Grows a block to `size` bytes (whole huge pages); its pages are moved, not copied. False,
 // with the block untouched, when that fails.
 bool growMappedBlock(MappedBlock& block, std::size_t size);
 
-// Keeps a freed block for the next taker, or hands it back to the system when the kept blocks
-// would grow too large.
-void giveBackMappedBlock(MappedBlock block);
+class MappedBlockCache {
+ public:
+  // Blocks larger than `largest_kept`, or beyond `most_kept_bytes` in all, go straight back to
+  // the system.
+  MappedBlockCache(std::size_t largest_kept, std::size_t most_kept_bytes)
+      : largest_kept_(largest_kept), most_kept_bytes_(most_kept_bytes) {}
+  // Hands the kept blocks back to the system.
+  ~MappedBlockCache();
+  MappedBlockCache(const MappedBlockCache&) = delete;
+  MappedBlockCache& operator=(const MappedBlockCache&) = delete;
+
+  // A block of at least `size` bytes (whole huge pages) starting on a huge-page boundary: the
+  // smallest kept one large enough, else the largest kept one grown, else a fresh one. Its
+  // bytes are whatever they were. Empty when memory runs out.
+  MappedBlock take(std::size_t size);
+  // Keeps a freed block for the next taker, or unmaps it.
+  void giveBack(MappedBlock block);
+
+ private:
+  MappedBlock takeClosest(std::size_t size);
+  bool keep(MappedBlock block);
+
+  const std::size_t largest_kept_;
+  const std::size_t most_kept_bytes_;
+  std::mutex mutex_;
+  std::vector<MappedBlock> blocks_;
+  std::size_t kept_bytes_ = 0;
+};
+
+// The cache every large buffer of the process goes through: blocks up to one recycled buffer,
+// and what a couple of files need at once in all, so the kept memory stays small beside the
+// conversions.
+MappedBlockCache& sharedBlockCache();
 
 }  // namespace qm

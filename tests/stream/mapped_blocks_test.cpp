@@ -23,24 +23,45 @@ bool isMapped(const void* data, std::size_t size) {
 
 bool onHugePageBoundary(const void* data) { return reinterpret_cast<std::uintptr_t>(data) % kHugePage == 0; }
 
-// Sizes no other test in this process asks for, so that the blocks kept are the test's own.
+constexpr std::size_t kKeepAll = 64 * kMiB;
+
 TEST(MappedBlocks, AFreedBlockServesTheNextFittingRequestOfAnyThread) {
-  MappedBlock first = takeMappedBlock(14 * kMiB);
+  MappedBlockCache cache(kKeepAll, kKeepAll);
+  MappedBlock first = cache.take(14 * kMiB);
   ASSERT_NE(first.data, nullptr);
   EXPECT_TRUE(onHugePageBoundary(first.data));
   std::memset(first.data, 0x5a, first.size);
-  giveBackMappedBlock(first);
+  cache.giveBack(first);
   EXPECT_TRUE(isMapped(first.data, first.size));
 
   MappedBlock again;
-  std::thread([&] { again = takeMappedBlock(12 * kMiB); }).join();
+  std::thread([&] { again = cache.take(12 * kMiB); }).join();
   EXPECT_EQ(again.data, first.data);
   EXPECT_EQ(again.size, first.size);  // handed out whole, larger than asked
-  giveBackMappedBlock(again);
+  cache.giveBack(again);
+}
+
+TEST(MappedBlocks, TheClosestKeptBlockIsTaken) {
+  MappedBlockCache cache(kKeepAll, kKeepAll);
+  MappedBlock small = cache.take(4 * kMiB);
+  MappedBlock middle = cache.take(8 * kMiB);
+  MappedBlock large = cache.take(16 * kMiB);
+  ASSERT_TRUE(small.data && middle.data && large.data);
+  cache.giveBack(large);
+  cache.giveBack(small);
+  cache.giveBack(middle);
+  MappedBlock fitting = cache.take(6 * kMiB);
+  EXPECT_EQ(fitting.data, middle.data);  // the smallest that fits
+  MappedBlock grown = cache.take(20 * kMiB);
+  EXPECT_EQ(grown.size, 20 * kMiB);  // none fits: the largest grows, keeping its pages
+  MappedBlock last = cache.take(2 * kMiB);
+  EXPECT_EQ(last.data, small.data);
+  for (MappedBlock block : {fitting, grown, last}) cache.giveBack(block);
 }
 
 TEST(MappedBlocks, GrowingKeepsTheContentsAlsoWhenTheBlockMustMove) {
-  MappedBlock block = takeMappedBlock(4 * kMiB);
+  MappedBlockCache cache(kKeepAll, kKeepAll);
+  MappedBlock block = cache.take(4 * kMiB);
   ASSERT_NE(block.data, nullptr);
   auto* bytes = static_cast<std::uint8_t*>(block.data);
   for (std::size_t i = 0; i < block.size; ++i) bytes[i] = static_cast<std::uint8_t>(i * 7);
@@ -57,14 +78,21 @@ TEST(MappedBlocks, GrowingKeepsTheContentsAlsoWhenTheBlockMustMove) {
   for (std::size_t i = 0; i < old_size; ++i) wrong += moved[i] != static_cast<std::uint8_t>(i * 7);
   EXPECT_EQ(wrong, 0u);
   munmap(behind, kHugePage);
-  giveBackMappedBlock(block);
+  cache.giveBack(block);
 }
 
-TEST(MappedBlocks, BlocksTooLargeToKeepGoBackToTheSystem) {
-  MappedBlock big = takeMappedBlock(kLargestRecycledBuffer + kHugePage);
-  ASSERT_NE(big.data, nullptr);
-  giveBackMappedBlock(big);
-  EXPECT_FALSE(isMapped(big.data, big.size));
+TEST(MappedBlocks, BlocksBeyondTheLimitsGoBackToTheSystem) {
+  MappedBlockCache cache(8 * kMiB, 12 * kMiB);
+  MappedBlock too_large = cache.take(10 * kMiB);
+  MappedBlock first = cache.take(8 * kMiB);
+  MappedBlock second = cache.take(6 * kMiB);
+  ASSERT_TRUE(too_large.data && first.data && second.data);
+  cache.giveBack(too_large);
+  cache.giveBack(first);
+  cache.giveBack(second);  // 8 + 6 would exceed the 12 kept in all
+  EXPECT_FALSE(isMapped(too_large.data, too_large.size));
+  EXPECT_TRUE(isMapped(first.data, first.size));
+  EXPECT_FALSE(isMapped(second.data, second.size));
 }
 
 TEST(MappedBlocks, ThreadsNeverShareABlock) {
@@ -72,19 +100,20 @@ TEST(MappedBlocks, ThreadsNeverShareABlock) {
   // back: a block handed out twice would show the other thread's mark.
   constexpr int kThreads = 4;
   constexpr int kRounds = 40;
+  MappedBlockCache cache(kKeepAll, kKeepAll);
   std::vector<int> damaged(kThreads, 0);
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([t, &damaged] {
+    threads.emplace_back([t, &damaged, &cache] {
       for (int round = 0; round < kRounds; ++round) {
-        MappedBlock block = takeMappedBlock(static_cast<std::size_t>(1 + (round + t) % 3) * kHugePage);
+        MappedBlock block = cache.take(static_cast<std::size_t>(1 + (round + t) % 3) * kHugePage);
         if (block.data == nullptr) continue;
         auto* bytes = static_cast<std::uint8_t*>(block.data);
         const std::size_t stride = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
         for (std::size_t i = 0; i < block.size; i += stride) bytes[i] = static_cast<std::uint8_t>(t + 1);
         std::this_thread::yield();
         for (std::size_t i = 0; i < block.size; i += stride) damaged[t] += bytes[i] != t + 1;
-        giveBackMappedBlock(block);
+        cache.giveBack(block);
       }
     });
   }
