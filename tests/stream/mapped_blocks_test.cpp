@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <thread>
 #include <vector>
 
@@ -25,6 +26,17 @@ bool onHugePageBoundary(const void* data) { return reinterpret_cast<std::uintptr
 
 constexpr std::size_t kKeepAll = 64 * kMiB;
 
+// Blocks of these sizes, all taken first and then given back in the same order.
+std::vector<MappedBlock> takeThenGiveBack(MappedBlockCache& cache, std::initializer_list<std::size_t> sizes) {
+  std::vector<MappedBlock> blocks;
+  for (std::size_t size : sizes) blocks.push_back(cache.take(size));
+  for (const MappedBlock& block : blocks) {
+    EXPECT_NE(block.data, nullptr);
+    cache.giveBack(block);
+  }
+  return blocks;
+}
+
 TEST(MappedBlocks, AFreedBlockServesTheNextFittingRequestOfAnyThread) {
   MappedBlockCache cache(kKeepAll, kKeepAll);
   MappedBlock first = cache.take(14 * kMiB);
@@ -43,19 +55,13 @@ TEST(MappedBlocks, AFreedBlockServesTheNextFittingRequestOfAnyThread) {
 
 TEST(MappedBlocks, TheClosestKeptBlockIsTaken) {
   MappedBlockCache cache(kKeepAll, kKeepAll);
-  MappedBlock small = cache.take(4 * kMiB);
-  MappedBlock middle = cache.take(8 * kMiB);
-  MappedBlock large = cache.take(16 * kMiB);
-  ASSERT_TRUE(small.data && middle.data && large.data);
-  cache.giveBack(large);
-  cache.giveBack(small);
-  cache.giveBack(middle);
+  const std::vector<MappedBlock> kept = takeThenGiveBack(cache, {4 * kMiB, 8 * kMiB, 16 * kMiB});
   MappedBlock fitting = cache.take(6 * kMiB);
-  EXPECT_EQ(fitting.data, middle.data);  // the smallest that fits
+  EXPECT_EQ(fitting.data, kept[1].data);  // the smallest that fits
   MappedBlock grown = cache.take(20 * kMiB);
   EXPECT_EQ(grown.size, 20 * kMiB);  // none fits: the largest grows, keeping its pages
   MappedBlock last = cache.take(2 * kMiB);
-  EXPECT_EQ(last.data, small.data);
+  EXPECT_EQ(last.data, kept[0].data);
   for (MappedBlock block : {fitting, grown, last}) cache.giveBack(block);
 }
 
@@ -83,16 +89,11 @@ TEST(MappedBlocks, GrowingKeepsTheContentsAlsoWhenTheBlockMustMove) {
 
 TEST(MappedBlocks, BlocksBeyondTheLimitsGoBackToTheSystem) {
   MappedBlockCache cache(8 * kMiB, 12 * kMiB);
-  MappedBlock too_large = cache.take(10 * kMiB);
-  MappedBlock first = cache.take(8 * kMiB);
-  MappedBlock second = cache.take(6 * kMiB);
-  ASSERT_TRUE(too_large.data && first.data && second.data);
-  cache.giveBack(too_large);
-  cache.giveBack(first);
-  cache.giveBack(second);  // 8 + 6 would exceed the 12 kept in all
-  EXPECT_FALSE(isMapped(too_large.data, too_large.size));
-  EXPECT_TRUE(isMapped(first.data, first.size));
-  EXPECT_FALSE(isMapped(second.data, second.size));
+  // The first is too large to keep; the third would take the kept bytes beyond 12 MiB.
+  const std::vector<MappedBlock> given = takeThenGiveBack(cache, {10 * kMiB, 8 * kMiB, 6 * kMiB});
+  EXPECT_FALSE(isMapped(given[0].data, given[0].size));
+  EXPECT_TRUE(isMapped(given[1].data, given[1].size));
+  EXPECT_FALSE(isMapped(given[2].data, given[2].size));
 }
 
 TEST(MappedBlocks, ThreadsNeverShareABlock) {
