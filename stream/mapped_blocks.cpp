@@ -11,6 +11,7 @@ namespace {
 // Address space of `size` bytes (whole huge pages) from a huge-page boundary on: a larger
 // stretch is mapped and its ends cut off.
 void* mapAligned(std::size_t size, int protection) {
+  if (size > SIZE_MAX - kHugePage) return nullptr;  // no address space is that large anyway
   const std::size_t span = size + kHugePage;
   void* raw = mmap(nullptr, span, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (raw == MAP_FAILED) return nullptr;
