@@ -23,14 +23,6 @@ void* mapAligned(std::size_t size, int protection) {
   return reinterpret_cast<void*>(begin);
 }
 
-MappedBlock mapFreshBlock(std::size_t size) {
-  void* data = mapAligned(size, PROT_READ | PROT_WRITE);
-  if (data == nullptr) return {};
-  // Only a hint: where huge pages are off or scarce, ordinary pages serve.
-  madvise(data, size, MADV_HUGEPAGE);
-  return {data, size};
-}
-
 // Of two kept blocks, the one closer to a request: one that fits beats one that does not; of
 // two that fit the smaller, of two that do not the larger (it needs the fewest fresh pages).
 bool closer(std::size_t candidate, std::size_t best, std::size_t wanted) {
@@ -41,6 +33,18 @@ bool closer(std::size_t candidate, std::size_t best, std::size_t wanted) {
 }
 
 }  // namespace
+
+MappedBlock mapFreshBlock(std::size_t size) {
+  void* data = mapAligned(size, PROT_READ | PROT_WRITE);
+  if (data == nullptr) return {};
+  // Only a hint: where huge pages are off or scarce, ordinary pages serve.
+  madvise(data, size, MADV_HUGEPAGE);
+  return {data, size};
+}
+
+void unmapBlock(MappedBlock block) {
+  if (block.data != nullptr) munmap(block.data, block.size);
+}
 
 bool growMappedBlock(MappedBlock& block, std::size_t size) {
   if (size <= block.size) return true;

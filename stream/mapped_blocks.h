@@ -20,6 +20,11 @@ struct MappedBlock {
   std::size_t size = 0;  // whole huge pages
 };
 
+// A fresh block of `size` bytes (whole huge pages) starting on a huge-page boundary, asked to be
+// backed by huge pages; empty when memory runs out. It bypasses any cache: unmapBlock frees it.
+MappedBlock mapFreshBlock(std::size_t size);
+void unmapBlock(MappedBlock block);
+
 // Grows a block to `size` bytes (whole huge pages); its pages are moved, not copied. False,
 // with the block untouched, when that fails.
 bool growMappedBlock(MappedBlock& block, std::size_t size);

@@ -1,7 +1,5 @@
 #include "stream/overlapped_copy.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
@@ -9,6 +7,7 @@
 #include <thread>
 
 #include "base/spare_processors.h"
+#include "stream/mapped_blocks.h"
 
 namespace qm {
 namespace {
@@ -23,31 +22,17 @@ constexpr std::uint64_t kOverlapThreshold = std::uint64_t{8} << 20;
 // Empty (size 0, and every copy through it fails) when no memory is left.
 class CopyBuffer {
  public:
-  CopyBuffer() {
-    // Twice the span is mapped, and all but one aligned huge page cut away again.
-    void* mapped = mmap(nullptr, 2 * kMappingSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (mapped == MAP_FAILED) return;
-    auto begin = reinterpret_cast<std::uintptr_t>(mapped);
-    std::uintptr_t aligned = (begin + kMappingSize - 1) & ~static_cast<std::uintptr_t>(kMappingSize - 1);
-    if (aligned > begin) munmap(mapped, aligned - begin);
-    std::uintptr_t end = begin + 2 * kMappingSize;
-    if (end > aligned + kMappingSize) munmap(reinterpret_cast<void*>(aligned + kMappingSize), end - aligned - kMappingSize);
-    data_ = reinterpret_cast<std::uint8_t*>(aligned);
-    madvise(data_, kMappingSize, MADV_HUGEPAGE);
-  }
-  ~CopyBuffer() {
-    if (data_) munmap(data_, kMappingSize);
-  }
+  CopyBuffer() : block_(mapFreshBlock(kHugePage)) {}
+  ~CopyBuffer() { unmapBlock(block_); }
   CopyBuffer(const CopyBuffer&) = delete;
   CopyBuffer& operator=(const CopyBuffer&) = delete;
 
-  std::uint8_t* data() const { return data_; }
-  std::size_t size() const { return data_ ? kBufferSize : 0; }
+  std::uint8_t* data() const { return static_cast<std::uint8_t*>(block_.data); }
+  std::size_t size() const { return block_.data ? kBufferSize : 0; }
 
  private:
-  static constexpr std::size_t kMappingSize = std::size_t{2} << 20;
-  static_assert(kBufferSize <= kMappingSize);
-  std::uint8_t* data_ = nullptr;
+  static_assert(kBufferSize <= kHugePage);
+  MappedBlock block_;
 };
 
 // The copy buffers of the calling thread, kept from one copy to the next: fresh pages cost a
