@@ -1,5 +1,6 @@
 #include "stream/lzss_one_pass.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -58,6 +59,8 @@ class OnePassDecoder {
         lookahead_bits_(static_cast<unsigned>(lookahead_bits)),
         reference_bits_(1 + window_bits_ + lookahead_bits_),
         longest_item_(std::uint64_t{1} << lookahead_bits),
+        window_size_(std::uint64_t{1} << window_bits),
+        short_items_(longest_item_ <= kShortItem),
         output_(output),
         out_(output->bytes.get()) {}
 
@@ -71,6 +74,10 @@ class OnePassDecoder {
     std::uint64_t bits = 0;
     unsigned count = 0;  // valid bits at the top of `bits`
     while (input_size >= 8 && next <= input_size - 8) {
+      if (short_items_ && at_ >= window_size_) {
+        if (!decodeRuns(input, input_size, next, bits, count)) return false;
+        break;
+      }
       if (!makeRoom(steps_per_fill)) return false;
       populator_->wrote(at_);
       bits |= loadBigEndian(input + next) >> count;
@@ -103,6 +110,7 @@ class OnePassDecoder {
 
  private:
   static constexpr unsigned kLiteralBits = 9;
+  static constexpr std::uint64_t kShortItem = 16;
 
   bool makeRoom(unsigned items = 1) {
     std::uint64_t needed = items * longest_item_ + kCopyOverrun;
@@ -113,6 +121,70 @@ class OnePassDecoder {
     out_ = output_->bytes.get();
     populator_ = std::make_unique<PagePopulator>(out_, output_->capacity);
     populator_->wrote(at_);
+    return true;
+  }
+
+  // The main loop where every item fits one 16-byte copy and a whole window lies behind:
+  // each step takes a run of up to four literals and the reference that ends it, without a
+  // branch on which kind of item comes next (as good as random in logger data, so a branch
+  // would often guess wrong). A run of four is not followed by a reference in the same step:
+  // the copy then still happens, from a place the bits after the run make up, and its bytes
+  // are overwritten by the items to come. The state lives in locals, as byte stores would
+  // otherwise make the compiler reload the members after each of them. Runs while eight input
+  // bytes can be loaded; false when memory runs out.
+  bool decodeRuns(const std::uint8_t* input, std::size_t input_size, std::size_t& next_inout,
+                  std::uint64_t& bits_inout, unsigned& count_inout) {
+    constexpr unsigned kRun = 4;
+    constexpr std::uint64_t kReportEvery = std::uint64_t{64} << 10;
+    const std::uint64_t step_room = kRun + longest_item_ + kCopyOverrun;
+    const unsigned window_bits = window_bits_;
+    const unsigned lookahead_bits = lookahead_bits_;
+    const unsigned reference_bits = reference_bits_;
+    std::size_t next = next_inout;
+    std::uint64_t bits = bits_inout;
+    unsigned count = count_inout;
+    std::uint8_t* out = out_;
+    std::uint64_t at = at_;
+    std::uint64_t check_at = 0;  // where room and the populator are looked at next
+    while (next <= input_size - 8) {
+      if (at >= check_at) {
+        at_ = at;
+        if (!makeRoom(kRun + 1)) return false;
+        populator_->wrote(at);
+        out = out_;
+        check_at = std::min(at + kReportEvery, output_->capacity - step_room);
+      }
+      bits |= loadBigEndian(input + next) >> count;
+      next += (63 - count) >> 3;
+      count |= 56;
+      // The flags of four items in a row, as if each were a literal: the run is how many of
+      // them are set from the first on.
+      const unsigned flags = static_cast<unsigned>((bits >> 63) | ((bits >> 53) & 2) | ((bits >> 43) & 4) |
+                                                   ((bits >> 33) & 8));
+      const unsigned run = static_cast<unsigned>(__builtin_ctz(~flags));
+      const std::uint32_t literals =
+          static_cast<std::uint32_t>(((bits >> 55) & 0xFF) | ((bits >> 38) & 0xFF00) | ((bits >> 21) & 0xFF0000) |
+                                     ((bits >> 4) & 0xFF000000));
+      std::memcpy(out + at, &literals, 4);
+      at += run;
+      const std::uint64_t rest = bits << (kLiteralBits * run);
+      const std::uint64_t reference = run < kRun;
+      const unsigned distance = static_cast<unsigned>((rest << 1) >> (64 - window_bits)) + 1;
+      const unsigned length = static_cast<unsigned>((rest << (1 + window_bits)) >> (64 - lookahead_bits)) + 1;
+      if (__builtin_expect(reference & (distance < length), 0)) {
+        copyBack(out, at, distance, length);  // overlaps its own output
+      } else {
+        std::memcpy(out + at, out + at - distance, 16);
+      }
+      at += length & (0 - reference);
+      const unsigned used = kLiteralBits * run + (reference_bits & static_cast<unsigned>(0 - reference));
+      bits <<= used;
+      count -= used;
+    }
+    at_ = at;
+    next_inout = next;
+    bits_inout = bits;
+    count_inout = count;
     return true;
   }
 
@@ -146,6 +218,8 @@ class OnePassDecoder {
   const unsigned lookahead_bits_;
   const unsigned reference_bits_;
   const std::uint64_t longest_item_;
+  const std::uint64_t window_size_;
+  const bool short_items_;  // every item fits one 16-byte copy
   LzssOutput* output_;
   std::uint8_t* out_;
   std::uint64_t at_ = 0;

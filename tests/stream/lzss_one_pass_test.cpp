@@ -79,7 +79,7 @@ void expectSameBytes(const std::string& bits, int window_bits, int lookahead_bit
 TEST(LzssOnePass, RandomAndHostileBitstreamsDecodeAsTheIncrementalDecoderDoes) {
   std::mt19937 rng(2024);
   for (auto [window_bits, lookahead_bits] : everyWidthPair()) {
-    for (std::size_t size : {0, 1, 2, 7, 8, 9, 15, 16, 17, 300, 2000}) {
+    for (std::size_t size : {0, 1, 2, 7, 8, 9, 15, 16, 17, 300, 2000, 30000}) {
       SCOPED_TRACE(testing::Message() << window_bits << "/" << lookahead_bits << " size " << size);
       expectSameBytes(noise(rng, size, false), window_bits, lookahead_bits);
       expectSameBytes(noise(rng, size, true), window_bits, lookahead_bits);
