@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <system_error>
 
@@ -10,7 +11,8 @@
 
 namespace qm {
 
-ConversionPool::ConversionPool(int workers, std::uint64_t memory_budget) : memory_budget_(memory_budget) {
+ConversionPool::ConversionPool(int workers, std::uint64_t memory_budget, MappedBlockCache& kept_blocks)
+    : memory_budget_(memory_budget), kept_blocks_(kept_blocks) {
   if (workers < 1) workers = 1;
   workers_.reserve(static_cast<std::size_t>(workers));
   for (int i = 0; i < workers; ++i) {
@@ -50,9 +52,11 @@ void ConversionPool::submit(std::uint64_t memory_estimate, std::function<void()>
   changed_.wait(lock, [&] { return fits(memory_estimate); });
   ++admitted_;
   memory_in_use_ += memory_estimate;
+  const std::uint64_t memory_in_use = memory_in_use_;
   ready_.push_back(Task{memory_estimate, std::move(task)});
   lock.unlock();
   changed_.notify_all();
+  keepWithinBudget(kept_blocks_, memory_in_use, memory_budget_);
 }
 
 void ConversionPool::waitForAll() {
@@ -74,6 +78,11 @@ void ConversionPool::work() {
     memory_in_use_ -= task.memory;
     changed_.notify_all();
   }
+}
+
+void keepWithinBudget(MappedBlockCache& kept_blocks, std::uint64_t memory_in_use, std::uint64_t memory_budget) {
+  const std::uint64_t room = memory_in_use < memory_budget ? memory_budget - memory_in_use : 0;
+  kept_blocks.trimTo(static_cast<std::size_t>(std::min<std::uint64_t>(room, SIZE_MAX)));
 }
 
 int workersForJobs(int jobs) { return jobs > 0 ? jobs : static_cast<int>(usableProcessors()); }

@@ -11,11 +11,14 @@
 #include <thread>
 #include <vector>
 
+#include "stream/mapped_blocks.h"
+
 namespace qm {
 
 class ConversionPool {
  public:
-  ConversionPool(int workers, std::uint64_t memory_budget);
+  // `kept_blocks`: the freed buffers the process keeps, which count against the budget too.
+  ConversionPool(int workers, std::uint64_t memory_budget, MappedBlockCache& kept_blocks = sharedBlockCache());
   ConversionPool(const ConversionPool&) = delete;
   ConversionPool& operator=(const ConversionPool&) = delete;
   // Waits for everything handed in.
@@ -38,6 +41,7 @@ class ConversionPool {
   bool fits(std::uint64_t memory) const;
 
   const std::uint64_t memory_budget_;
+  MappedBlockCache& kept_blocks_;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<Task> ready_;       // admitted, waiting for a worker to pick them up
@@ -46,6 +50,10 @@ class ConversionPool {
   bool stopping_ = false;
   std::vector<std::thread> workers_;
 };
+
+// Unmaps kept freed buffers beyond what the budget leaves beside the memory that running
+// conversions may hold, so that kept and used memory stay within it together.
+void keepWithinBudget(MappedBlockCache& kept_blocks, std::uint64_t memory_in_use, std::uint64_t memory_budget);
 
 // Worker count for the jobs option: 0 means one per processor this process may run on.
 int workersForJobs(int jobs);

@@ -3,6 +3,7 @@
 #include <cctype>
 
 #include "base/log.h"
+#include "stream/mapped_blocks.h"
 
 namespace qm {
 namespace {
@@ -113,7 +114,10 @@ std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view o
     if (progress_) progress_->fileFinished(size, false);
     return kConversionFailed;
   }
-  if (!pool_) return convertAndReport(job_, input_path, stem, progress_, size);
+  if (!pool_) {
+    keepWithinBudget(sharedBlockCache(), conversionMemoryEstimate(input_path, size), job_.options->memory_budget);
+    return convertAndReport(job_, input_path, stem, progress_, size);
+  }
   pool_->submit(conversionMemoryEstimate(input_path, size),
                 [this, input = SmallString(input_path), output_stem = SmallString(stem), size] {
                   if (convertAndReport(job_, input.view(), output_stem.view(), progress_, size) != 0) pool_failed_ = true;

@@ -2,6 +2,7 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <new>
 
@@ -105,6 +106,23 @@ bool MappedBlockCache::keep(MappedBlock block) {
   }
   kept_bytes_ += block.size;
   return true;
+}
+
+void MappedBlockCache::trimTo(std::size_t most_kept_bytes) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  while (kept_bytes_ > most_kept_bytes) {
+    auto largest = std::max_element(blocks_.begin(), blocks_.end(),
+                                    [](const MappedBlock& a, const MappedBlock& b) { return a.size < b.size; });
+    munmap(largest->data, largest->size);
+    kept_bytes_ -= largest->size;
+    *largest = blocks_.back();
+    blocks_.pop_back();
+  }
+}
+
+std::size_t MappedBlockCache::keptBytes() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return kept_bytes_;
 }
 
 MappedBlockCache& sharedBlockCache() {

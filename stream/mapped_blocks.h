@@ -46,6 +46,10 @@ class MappedBlockCache {
   MappedBlock take(std::size_t size);
   // Keeps a freed block for the next taker, or unmaps it.
   void giveBack(MappedBlock block);
+  // Unmaps kept blocks, the largest first, until at most `most_kept_bytes` remain kept: what
+  // the running conversions may still take leaves no room for more.
+  void trimTo(std::size_t most_kept_bytes);
+  std::size_t keptBytes();
 
  private:
   MappedBlock takeClosest(std::size_t size);

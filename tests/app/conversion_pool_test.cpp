@@ -78,5 +78,27 @@ TEST(ConversionPool, AFileLargerThanTheBudgetRunsAlone) {
   EXPECT_EQ(tracker.peak_memory, 500u) << "nothing ran beside the large file";
 }
 
+TEST(ConversionPool, KeptBuffersLeaveRoomForTheConversionsAdmitted) {
+  constexpr std::uint64_t kMiB = 1 << 20;
+  MappedBlockCache kept(64 * kMiB, 64 * kMiB);
+  std::vector<MappedBlock> blocks;
+  for (int i = 0; i < 3; ++i) blocks.push_back(kept.take(2 * kMiB));
+  for (const MappedBlock& block : blocks) kept.giveBack(block);
+  ASSERT_EQ(kept.keptBytes(), 6 * kMiB);
+
+  std::atomic<bool> release{false};
+  auto hold = [&] {
+    while (!release) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  };
+  {
+    ConversionPool pool(2, 8 * kMiB, kept);
+    pool.submit(4 * kMiB, hold);
+    EXPECT_LE(kept.keptBytes(), 4 * kMiB) << "kept and admitted stay within the budget";
+    pool.submit(3 * kMiB, hold);
+    EXPECT_EQ(kept.keptBytes(), 0u);
+    release = true;
+  }
+}
+
 }  // namespace
 }  // namespace qm

@@ -96,6 +96,21 @@ TEST(MappedBlocks, BlocksBeyondTheLimitsGoBackToTheSystem) {
   EXPECT_FALSE(isMapped(given[2].data, given[2].size));
 }
 
+TEST(MappedBlocks, TrimmingUnmapsTheLargestKeptBlocksFirst) {
+  MappedBlockCache cache(kKeepAll, kKeepAll);
+  const std::vector<MappedBlock> kept = takeThenGiveBack(cache, {2 * kMiB, 8 * kMiB, 4 * kMiB});
+  EXPECT_EQ(cache.keptBytes(), 14 * kMiB);
+  cache.trimTo(7 * kMiB);
+  EXPECT_EQ(cache.keptBytes(), 6 * kMiB);
+  EXPECT_FALSE(isMapped(kept[1].data, kept[1].size));
+  EXPECT_TRUE(isMapped(kept[0].data, kept[0].size));
+  EXPECT_TRUE(isMapped(kept[2].data, kept[2].size));
+  cache.trimTo(0);
+  EXPECT_EQ(cache.keptBytes(), 0u);
+  EXPECT_FALSE(isMapped(kept[0].data, kept[0].size));
+  EXPECT_EQ(cache.take(4 * kMiB).size, 4 * kMiB);  // fresh, nothing left to hand out
+}
+
 TEST(MappedBlocks, ThreadsNeverShareABlock) {
   // Each thread fills the blocks it holds with its own mark and checks it before giving them
   // back: a block handed out twice would show the other thread's mark.
