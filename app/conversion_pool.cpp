@@ -89,14 +89,22 @@ int workersForJobs(int jobs) { return jobs > 0 ? jobs : static_cast<int>(usableP
 
 namespace {
 
-// The memory limit of the control group the process runs in (a container's), if one is set.
-std::uint64_t controlGroupLimit() {
-  std::FILE* file = std::fopen("/sys/fs/cgroup/memory.max", "r");
+// A limit as the control group file states it; none when the file is missing or says "max".
+std::uint64_t limitInFile(const char* path) {
+  std::FILE* file = std::fopen(path, "r");
   if (!file) return UINT64_MAX;
   unsigned long long limit = 0;
   bool numeric = std::fscanf(file, "%llu", &limit) == 1;
   std::fclose(file);
   return numeric && limit > 0 ? limit : UINT64_MAX;
+}
+
+// The memory limit of the control group the process runs in (a container's), if one is set:
+// where control groups are of the current kind, or of the older kind many hosts still run (its
+// "no limit" is a number near the top of the range, above any physical memory).
+std::uint64_t controlGroupLimit() {
+  return std::min(limitInFile("/sys/fs/cgroup/memory.max"),
+                  limitInFile("/sys/fs/cgroup/memory/memory.limit_in_bytes"));
 }
 
 }  // namespace
