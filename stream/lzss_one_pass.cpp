@@ -75,6 +75,7 @@ class OnePassDecoder {
     unsigned count = 0;  // valid bits at the top of `bits`
     while (input_size >= 8 && next <= input_size - 8) {
       if (short_items_ && at_ >= window_size_) {
+        // From here on the faster loop takes every step up to the last few bytes.
         if (!decodeRuns(input, input_size, next, bits, count)) return false;
         break;
       }
