@@ -175,7 +175,10 @@ class OnePassDecoder {
       if (__builtin_expect(reference & (distance < length), 0)) {
         copyBack(out, at, distance, length);  // overlaps its own output
       } else {
-        std::memcpy(out + at, out + at - distance, 16);
+        // Source and target may overlap (a distance below 16): the block goes through a local.
+        std::uint8_t block[16];
+        std::memcpy(block, out + at - distance, 16);
+        std::memcpy(out + at, block, 16);
       }
       at += length & (0 - reference);
       const unsigned used = kLiteralBits * run + (reference_bits & static_cast<unsigned>(0 - reference));
