@@ -1,5 +1,6 @@
 #include "app/conversion_pool.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -82,7 +83,12 @@ void ConversionPool::work() {
 
 void keepWithinBudget(MappedBlockCache& kept_blocks, std::uint64_t memory_in_use, std::uint64_t memory_budget) {
   const std::uint64_t room = memory_in_use < memory_budget ? memory_budget - memory_in_use : 0;
+  const std::uint64_t kept = kept_blocks.keptBytes();
   kept_blocks.trimTo(static_cast<std::size_t>(std::min<std::uint64_t>(room, SIZE_MAX)));
+  // The heap keeps freed buffers too (the program asks it to); when they may not fit beside
+  // the rest, their pages go back to the system. Rare: only a tight budget gets here.
+  const std::uint64_t heap_free = mallinfo2().fordblks;
+  if (kept > room || heap_free > room - kept) malloc_trim(0);
 }
 
 int workersForJobs(int jobs) { return jobs > 0 ? jobs : static_cast<int>(usableProcessors()); }

@@ -1,9 +1,15 @@
 #include "app/conversion_pool.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -98,6 +104,37 @@ TEST(ConversionPool, KeptBuffersLeaveRoomForTheConversionsAdmitted) {
     EXPECT_EQ(kept.keptBytes(), 0u);
     release = true;
   }
+}
+
+bool pageResident(std::uintptr_t address) {
+  unsigned char resident = 0;
+  return mincore(reinterpret_cast<void*>(address), 1, &resident) == 0 && (resident & 1) != 0;
+}
+
+TEST(KeepWithinBudget, FreedHeapPagesGoBackOnlyWhenTheBudgetIsTight) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizer's allocator keeps freed memory its own way";
+#else
+  // The heap as the program sets it up: buffers up to 64 MiB come from it and stay when freed.
+  mallopt(M_MMAP_THRESHOLD, 64 << 20);
+  mallopt(M_TRIM_THRESHOLD, 1 << 30);
+  constexpr std::size_t kSize = std::size_t{16} << 20;
+  auto* buffer = static_cast<std::uint8_t*>(std::malloc(kSize));
+  ASSERT_NE(buffer, nullptr);
+  void* behind = std::malloc(64);  // the freed buffer is not the heap's top, which goes back anyway
+  std::memset(buffer, 1, kSize);
+  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  const std::uintptr_t inside = (reinterpret_cast<std::uintptr_t>(buffer) + kSize / 2) & ~(page - 1);
+  std::free(buffer);
+  ASSERT_TRUE(pageResident(inside));
+
+  MappedBlockCache kept(std::size_t{64} << 20, std::size_t{64} << 20);
+  keepWithinBudget(kept, std::uint64_t{1} << 20, std::uint64_t{1} << 40);
+  EXPECT_TRUE(pageResident(inside)) << "room enough: the freed pages serve the next file";
+  keepWithinBudget(kept, std::uint64_t{8} << 20, std::uint64_t{8} << 20);
+  EXPECT_FALSE(pageResident(inside)) << "no room: the freed pages went back to the system";
+  std::free(behind);
+#endif
 }
 
 }  // namespace
