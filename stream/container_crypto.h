@@ -1,12 +1,15 @@
 #pragma once
 // The cryptography of encrypted containers: the key from the device's password
 // (PBKDF2-HMAC-SHA-256) and AES-256-GCM decryption with additional data and a tag check. The
-// crypto library is reached only through this file, so no other code depends on its headers.
+// crypto library is reached only through this file, so no other code depends on its headers;
+// where the library is missing, every function here fails and only encrypted containers do.
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 
 namespace qm {
+
+struct CryptoLibrary;
 
 inline constexpr std::size_t kContainerKeySize = 32;
 inline constexpr std::size_t kGcmNonceSize = 12;
@@ -37,7 +40,8 @@ class GcmDecryption {
   bool finishAndCheckTag(const std::uint8_t tag[kGcmTagSize]);
 
  private:
-  void* context_;  // the library's cipher context
+  const CryptoLibrary* crypto_;  // null when the library is missing: every step then fails
+  void* context_;                // the library's cipher context
 };
 
 // The writing side, for the tools and tests that make containers: encrypts size bytes of
