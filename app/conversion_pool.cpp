@@ -38,7 +38,9 @@ ConversionPool::~ConversionPool() {
 }
 
 bool ConversionPool::fits(std::uint64_t memory) const {
-  if (admitted_ >= static_cast<int>(workers_.size())) return false;
+  // One file more than there are workers: it waits ready, so a worker that finishes starts it at
+  // once instead of waiting for the walk to wake up and hand over the next.
+  if (admitted_ >= static_cast<int>(workers_.size()) + kWaitingAhead) return false;
   // Alone, a file always runs, however large.
   if (admitted_ == 0) return true;
   return memory_in_use_ <= memory_budget_ && memory <= memory_budget_ - memory_in_use_;

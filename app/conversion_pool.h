@@ -1,8 +1,8 @@
 #pragma once
 // Runs conversions on several worker threads. Files start in the order they are handed in,
-// each as soon as a worker is free and the memory that the running conversions are expected to
-// hold stays within a budget; a file whose estimate alone exceeds the budget runs when nothing
-// else does, and nothing starts beside it.
+// each as soon as a worker is free and the memory that the admitted conversions (running, or
+// the one waiting ready for a worker) are expected to hold stays within a budget; a file whose
+// estimate alone exceeds the budget runs when nothing else does, and nothing starts beside it.
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -36,6 +36,8 @@ class ConversionPool {
     std::uint64_t memory;
     std::function<void()> run;
   };
+
+  static constexpr int kWaitingAhead = 1;
 
   void work();
   bool fits(std::uint64_t memory) const;

@@ -71,6 +71,26 @@ TEST(ConversionPool, OneWorkerRunsTasksInTheOrderHandedIn) {
   EXPECT_EQ(tracker.started, (std::vector<int>{0, 1, 2, 3, 4, 5}));
 }
 
+TEST(ConversionPool, TheNextFileWaitsReadySoAFreedWorkerNeedNotWaitForTheWalk) {
+  std::atomic<bool> release{false};
+  std::atomic<bool> second_ran{false};
+  auto wait_until = [](const std::atomic<bool>& flag) {
+    for (int i = 0; i < 2000 && !flag; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return flag.load();
+  };
+  ConversionPool pool(1, 100);
+  pool.submit(10, [&] { wait_until(release); });
+  std::atomic<bool> handed_in{false};
+  std::thread walk([&] {
+    pool.submit(10, [&] { second_ran = true; });
+    handed_in = true;
+  });
+  EXPECT_TRUE(wait_until(handed_in)) << "the second file is taken while the first still runs";
+  release = true;
+  EXPECT_TRUE(wait_until(second_ran));
+  walk.join();
+}
+
 TEST(ConversionPool, AFileLargerThanTheBudgetRunsAlone) {
   Tracker tracker;
   {
