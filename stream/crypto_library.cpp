@@ -4,12 +4,13 @@
 
 #include "base/log.h"
 
+#define QM_STRINGIFY_VALUE(value) #value
+#define QM_STRINGIFY(value) QM_STRINGIFY_VALUE(value)
+
 namespace qm {
 namespace {
 
 // The library of the major version whose headers this program was built against.
-#define QM_STRINGIFY_VALUE(value) #value
-#define QM_STRINGIFY(value) QM_STRINGIFY_VALUE(value)
 constexpr const char* kInstalledLibrary = "libcrypto.so." QM_STRINGIFY(OPENSSL_VERSION_MAJOR);
 
 template <typename Function>
