@@ -13,6 +13,7 @@
 #include "app/progress_display.h"
 #include "app/run_context.h"
 #include "stream/large_buffer.h"
+#include "stream/pending_outputs.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ void keepFreedBuffers() {
 int main(int argc, char** argv) {
   // A file-size limit must fail the one write that crosses it, not kill the run.
   std::signal(SIGXFSZ, SIG_IGN);
+  qm::removePendingOutputsOnStopSignals();
   keepFreedBuffers();
   int exit_status = qm::kExitOk;
   std::unique_ptr<qm::RunContext> context(new (std::nothrow) qm::RunContext());

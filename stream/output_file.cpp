@@ -26,18 +26,24 @@ std::string_view folderOf(std::string_view path) {
 
 std::unique_ptr<OutputFile> OutputFile::create(const DirectoryHandle& directory, std::string_view final_path,
                                                bool durable, SyncFunction sync) {
-  SmallString temporary = temporaryPathOf(final_path);
-  std::unique_ptr<FileStream> file = FileStream::open(directory.join(temporary.view()).c_str(), kFileWrite);
-  if (!file) return nullptr;
-  return std::unique_ptr<OutputFile>(new OutputFile(directory, final_path, std::move(file), durable, sync));
+  std::unique_ptr<OutputFile> output(new OutputFile(directory, final_path, durable, sync));
+  bool created = output->pending_.create([&] {
+    output->file_ = FileStream::open(output->pending_.path().c_str(), kFileWrite);
+    return output->file_ != nullptr;
+  });
+  if (!created) {
+    output->done_ = true;  // nothing to remove
+    return nullptr;
+  }
+  return output;
 }
 
-OutputFile::OutputFile(const DirectoryHandle& directory, std::string_view final_path,
-                       std::unique_ptr<FileStream> file, bool durable, SyncFunction sync)
+OutputFile::OutputFile(const DirectoryHandle& directory, std::string_view final_path, bool durable,
+                       SyncFunction sync)
     : directory_(directory),
       final_path_(final_path),
       temporary_path_(temporaryPathOf(final_path)),
-      file_(std::move(file)),
+      pending_(directory.join(temporary_path_.view()).view()),
       durable_(durable),
       sync_(sync) {}
 
@@ -51,8 +57,10 @@ bool OutputFile::commit() {
     removeTemporary();
     return false;
   }
-  SmallString from = directory_.join(temporary_path_.view());
+  const SmallString& from = pending_.path();
   SmallString to = directory_.join(final_path_.view());
+  // A stop signal from here on leaves the file to become complete under its final name.
+  pending_.forget();
   if (std::rename(from.c_str(), to.c_str()) != 0) {
     QM_LOG_E("Could not rename %s to %s: %s", temporary_path_.c_str(), final_path_.c_str(), std::strerror(errno));
     removeTemporary();
@@ -104,6 +112,7 @@ void OutputFile::removeTemporary() {
   done_ = true;
   file_->close();
   directory_.removeFile(temporary_path_.view());
+  pending_.forget();
 }
 
 }  // namespace qm

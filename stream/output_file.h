@@ -13,6 +13,7 @@
 #include "base/small_string.h"
 #include "stream/directory_handle.h"
 #include "stream/file_stream.h"
+#include "stream/pending_outputs.h"
 
 namespace qm {
 
@@ -42,8 +43,7 @@ class OutputFile {
   void abandon();
 
  private:
-  OutputFile(const DirectoryHandle& directory, std::string_view final_path, std::unique_ptr<FileStream> file,
-             bool durable, SyncFunction sync);
+  OutputFile(const DirectoryHandle& directory, std::string_view final_path, bool durable, SyncFunction sync);
   bool closeFile();
   bool syncFolder();
   void removeTemporary();
@@ -51,6 +51,7 @@ class OutputFile {
   const DirectoryHandle& directory_;
   SmallString final_path_;
   SmallString temporary_path_;
+  PendingOutput pending_;  // noted before the file exists, forgotten once it is renamed or gone
   std::unique_ptr<FileStream> file_;
   bool durable_;
   SyncFunction sync_;

@@ -57,7 +57,10 @@ class CrashSafety : public ::testing::Test {
     fs::create_directories(work() / "out");
     fs::copy(pristine(), inputs());
   }
-  ProgramProcess start() { return ProgramProcess(QM_BINARY, {"-d", "-O", "out", "logs"}, work().string()); }
+  ProgramProcess start(std::vector<std::string> options = {}) {
+    for (const char* argument : {"-d", "-O", "out", "logs"}) options.emplace_back(argument);
+    return ProgramProcess(QM_BINARY, options, work().string());
+  }
 
   // What must hold at every moment: nothing lost, nothing partial under a final name.
   void expectNothingLost() {
@@ -74,15 +77,20 @@ class CrashSafety : public ::testing::Test {
   }
 
   // `converted_now` lists the inputs of the finishing run: only their outputs are new.
+  void expectNoTemporaryFile() {
+    if (!fs::exists(outputs())) return;
+    for (const auto& entry : fs::directory_iterator(outputs())) {
+      EXPECT_NE(entry.path().extension(), ".partial") << entry.path();
+    }
+  }
+
   void expectAllConverted(const std::vector<int>& converted_now) {
     for (int i = 0; i < kInputCount; ++i) {
       EXPECT_FALSE(fs::exists(inputs() / inputName(i)));
       EXPECT_TRUE(fs::exists(outputs() / outputName(i))) << outputName(i);
     }
     for (int i : converted_now) EXPECT_TRUE(verifies(outputs() / outputName(i))) << outputName(i);
-    for (const auto& entry : fs::directory_iterator(outputs())) {
-      EXPECT_NE(entry.path().extension(), ".partial") << "a second run replaces what a killed one left";
-    }
+    expectNoTemporaryFile();
   }
 
   std::vector<int> remainingInputs() const {
@@ -117,6 +125,37 @@ TEST_F(CrashSafety, KilledAtAnyMomentARunLosesNothingAndTheNextOneFinishes) {
       killed.wait();
     }
     expectNothingLost();
+    std::vector<int> remaining = remainingInputs();
+    ProgramRun second = start().wait();
+    EXPECT_EQ(second.status, 0) << second.err;
+    expectAllConverted(remaining);
+  }
+}
+
+// Ctrl-C, a batch system's time limit or a closed terminal: a run stopped so, while it converts
+// two files at a time, removes the temporary files of those still running, still ends of that
+// signal, loses nothing, and the next run finishes the work.
+TEST_F(CrashSafety, StoppedByASignalAtAnyMomentARunLeavesNoTemporaryFile) {
+  freshInputs();
+  auto began = std::chrono::steady_clock::now();
+  ASSERT_EQ(start({"-j", "2"}).wait().status, 0);
+  auto whole_run = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began);
+
+  std::mt19937 random(static_cast<unsigned>(environmentNumber("QM_CRASH_SEED", 20261123)));
+  std::uniform_int_distribution<long> moment(0, whole_run.count());
+  const int stops[] = {SIGINT, SIGTERM, SIGHUP};
+  const int runs = environmentNumber("QM_CRASH_RUNS", 30);
+  for (int run = 0; run < runs && !HasFailure(); ++run) {
+    const int stop = stops[run % 3];
+    SCOPED_TRACE("stop " + std::to_string(run) + " by signal " + std::to_string(stop));
+    freshInputs();
+    ProgramProcess stopped = start({"-j", "2"});
+    std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
+    kill(stopped.pid(), stop);
+    ProgramRun ended = stopped.wait();
+    EXPECT_TRUE(ended.status == 1000 + stop || ended.status == 0) << ended.status;
+    expectNothingLost();
+    expectNoTemporaryFile();
     std::vector<int> remaining = remainingInputs();
     ProgramRun second = start().wait();
     EXPECT_EQ(second.status, 0) << second.err;

@@ -1,0 +1,69 @@
+#pragma once
+// Outputs still being written when the run is told to stop (Ctrl-C, a batch system's SIGTERM at
+// its time limit, SIGHUP from a closed terminal) are removed before the program ends. Without
+// this, every conversion running at that moment would leave its temporary file behind. The
+// program still ends of the signal itself, so the exit status and standard error stay as they
+// were; only the temporary files go. A kill -9 or a crash may still leave one, which the next run
+// replaces.
+#include <signal.h>
+
+#include <string_view>
+
+#include "base/small_string.h"
+
+namespace qm {
+
+// A temporary output from the moment it is created until it gets its final name or is removed.
+// Its slot holds a pointer to the path, so it neither moves nor copies.
+class PendingOutput {
+ public:
+  // The path as open and unlink take it.
+  explicit PendingOutput(std::string_view path) : path_(path) {}
+  ~PendingOutput() { forget(); }
+  PendingOutput(const PendingOutput&) = delete;
+  PendingOutput& operator=(const PendingOutput&) = delete;
+
+  const SmallString& path() const { return path_; }
+
+  // Runs `create_file`, which creates the file at the path and says whether it did. A stop
+  // signal either finds the file noted for removal or ends the program before the file exists;
+  // it is held back on this thread meanwhile, so that its handler can wait for the creation.
+  template <typename CreateFile>
+  bool create(CreateFile&& create_file) {
+    StopSignalsHeldBack held_back;
+    beginCreating();
+    bool created = create_file();
+    finishCreating(created);
+    return created;
+  }
+
+  // The file is about to get its final name, or is gone: a stop signal leaves it alone from now
+  // on. Should a stop signal be removing it at this very moment, this never returns: the
+  // program is ending, and the path must stay valid until it has.
+  void forget();
+
+ private:
+  class StopSignalsHeldBack {
+   public:
+    StopSignalsHeldBack();
+    ~StopSignalsHeldBack();
+    StopSignalsHeldBack(const StopSignalsHeldBack&) = delete;
+    StopSignalsHeldBack& operator=(const StopSignalsHeldBack&) = delete;
+
+   private:
+    sigset_t previous_;  // the thread's signal mask as it was
+  };
+
+  void beginCreating();
+  void finishCreating(bool created);
+
+  SmallString path_;
+  int slot_ = -1;  // -1 when not noted (no slot was free: the file is then left as by a kill -9)
+};
+
+// Removes the pending outputs on SIGINT, SIGTERM and SIGHUP, then ends the program of that
+// signal. A signal the program was started with ignored (nohup, a background job of a shell
+// without job control) stays ignored.
+void removePendingOutputsOnStopSignals();
+
+}  // namespace qm
