@@ -1,8 +1,8 @@
 // A run that deletes its inputs is killed at random moments (the kill is what is tried here, not
 // a power cut, so the files live in memory-backed /dev/shm where there is one: flushing is free). Whenever it dies, every input
 // either still exists or has a complete output, no file under a final output name is partial,
-// and a second run finishes the work. QM_CRASH_RUNS sets how many kills (30 by default);
-// QM_CRASH_SEED picks other moments.
+// and a second run finishes the work. QM_CRASH_RUNS sets how many kills (30 by default) and
+// stops by signal (12); QM_CRASH_SEED picks other moments.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -144,7 +144,7 @@ TEST_F(CrashSafety, StoppedByASignalAtAnyMomentARunLeavesNoTemporaryFile) {
   std::mt19937 random(static_cast<unsigned>(environmentNumber("QM_CRASH_SEED", 20261123)));
   std::uniform_int_distribution<long> moment(0, whole_run.count());
   const int stops[] = {SIGINT, SIGTERM, SIGHUP};
-  const int runs = environmentNumber("QM_CRASH_RUNS", 30);
+  const int runs = environmentNumber("QM_CRASH_RUNS", 12);
   for (int run = 0; run < runs && !HasFailure(); ++run) {
     const int stop = stops[run % 3];
     SCOPED_TRACE("stop " + std::to_string(run) + " by signal " + std::to_string(stop));
