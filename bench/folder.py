@@ -2,9 +2,11 @@
 """Times the conversion of a whole folder, as a fleet hands it over, against `cp -r` of it.
 
 The folder holds files of about 10 MB each: plain, compressed, encrypted, and compressed inside
-encrypted, in sub-folders. Cases, run alternately and reported as medians: `cp -r`, one file at a
-time (`--jobs 1`), one file per processor (`--jobs 0`), and one at a time with `-d` on a copy
-(every output flushed to disk before its input is removed) to show what the flushes cost.
+encrypted, in sub-folders. Cases, run alternately and reported as medians and best times: `cp -r`,
+one file at a time (`--jobs 1`), one file per processor (`--jobs 0`), and one at a time with `-d`
+on a copy (every output flushed to disk before its input is removed) to show what the flushes
+cost. On a shared virtual machine the neighbours' load only ever adds time, so the best of the
+runs shows what the machine itself allows, and the median what a run typically gets.
 Standard library only.
 """
 
@@ -106,17 +108,20 @@ def main():
             peaks["--jobs 1 -d"].append(peak)
 
     median = {name: statistics.median(values) for name, values in cases.items()}
+    best = {name: min(values) for name, values in cases.items()}
     mib = size / (1024 * 1024)
     print("\nfolder: %d files, %.0f MiB (plain, compressed, encrypted, nested), %d runs, medians"
           % (files, mib, args.runs))
-    print("| case | time s | MiB/s | x cp -r | peak MiB |")
-    print("|---|---|---|---|---|")
+    print("| case | time s | MiB/s | x cp -r | best s | peak MiB |")
+    print("|---|---|---|---|---|---|")
     for name, seconds in median.items():
         peak = "%.0f" % (statistics.median(peaks[name]) / (1024 * 1024)) if peaks[name] else "-"
-        print("| %s | %.3f | %.0f | %.2f | %s |" % (name, seconds, mib / seconds, seconds / median["cp -r"], peak))
+        print("| %s | %.3f | %.0f | %.2f | %.3f | %s |"
+              % (name, seconds, mib / seconds, seconds / median["cp -r"], best[name], peak))
     speedup = median["--jobs 1"] / median["--jobs 0"]
-    print("--jobs 0 is %.2fx faster than --jobs 1 (aim >= 1.7x on 2 cores); --jobs 0 is %.2fx cp -r (aim <= 4x)"
-          % (speedup, median["--jobs 0"] / median["cp -r"]))
+    print("--jobs 0 is %.2fx faster than --jobs 1 (best runs: %.2fx; aim >= 1.7x on 2 cores); "
+          "--jobs 0 is %.2fx cp -r (aim <= 4x)"
+          % (speedup, best["--jobs 1"] / best["--jobs 0"], median["--jobs 0"] / median["cp -r"]))
     flush = median["--jobs 1 -d"] - median["--jobs 1"]
     print("flushing with -d: %+.3f s in all, %+.1f ms per file, %+.2f s per GiB of input"
           % (flush, 1000 * flush / files, flush / (size / (1 << 30))))
