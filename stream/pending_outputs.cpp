@@ -36,7 +36,9 @@ Slot g_slots[kSlotCount];
 // Set by the handler before it looks at any slot: a file not yet begun is then never created.
 std::atomic<bool> g_stopping{false};
 
-constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
+// SIGPIPE too: it ends the program when the reader of its standard error goes away, as in
+// `quillmend ... 2>&1 | head`.
+constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
 // How long the handler waits for a file being created (a slow network folder, say) to be
 // removed by its creator before ending the program anyway.
 constexpr long kMostCreatorWaits = 20000;

@@ -1,10 +1,10 @@
 #pragma once
 // Outputs still being written when the run is told to stop (Ctrl-C, a batch system's SIGTERM at
-// its time limit, SIGHUP from a closed terminal) are removed before the program ends. Without
-// this, every conversion running at that moment would leave its temporary file behind. The
-// program still ends of the signal itself, so the exit status and standard error stay as they
-// were; only the temporary files go. A kill -9 or a crash may still leave one, which the next run
-// replaces.
+// its time limit, SIGHUP from a closed terminal, SIGPIPE once the reader of its log went away)
+// are removed before the program ends. Without this, every conversion running at that moment
+// would leave its temporary file behind. The program still ends of the signal itself, so the exit
+// status and standard error stay as they were; only the temporary files go. A kill -9 or a crash
+// may still leave one, which the next run replaces.
 #include <signal.h>
 
 #include <string_view>
@@ -61,8 +61,8 @@ class PendingOutput {
   int slot_ = -1;  // -1 when not noted (no slot was free: the file is then left as by a kill -9)
 };
 
-// Removes the pending outputs on SIGINT, SIGTERM and SIGHUP, then ends the program of that
-// signal. A signal the program was started with ignored (nohup, a background job of a shell
+// Removes the pending outputs on SIGINT, SIGTERM, SIGHUP and SIGPIPE, then ends the program of
+// that signal. A signal the program was started with ignored (nohup, a background job of a shell
 // without job control) stays ignored.
 void removePendingOutputsOnStopSignals();
 

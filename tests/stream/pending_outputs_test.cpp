@@ -89,7 +89,7 @@ TEST(PendingOutputsDeathTestWhileCreating, AFileBeingCreatedGoesToo) {
   EXPECT_FALSE(fs::exists(path));
 }
 
-INSTANTIATE_TEST_SUITE_P(StopSignals, PendingOutputsDeathTest, ::testing::Values(SIGINT, SIGTERM, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(StopSignals, PendingOutputsDeathTest, ::testing::Values(SIGINT, SIGTERM, SIGHUP, SIGPIPE));
 
 }  // namespace
 }  // namespace qm

@@ -31,7 +31,7 @@ struct ChildLimits {
   if (chdir(working_directory.c_str()) != 0) _exit(250);
   // Stop signals as a program started from a terminal gets them, however the tests were started
   // (a script's background job ignores SIGINT, say).
-  for (int stop : {SIGINT, SIGTERM, SIGHUP}) signal(stop, SIG_DFL);
+  for (int stop : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) signal(stop, SIG_DFL);
   std::vector<char*> argv;
   argv.push_back(const_cast<char*>(binary.c_str()));
   for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
