@@ -76,7 +76,6 @@ class CrashSafety : public ::testing::Test {
     }
   }
 
-  // `converted_now` lists the inputs of the finishing run: only their outputs are new.
   void expectNoTemporaryFile() {
     if (!fs::exists(outputs())) return;
     for (const auto& entry : fs::directory_iterator(outputs())) {
@@ -84,6 +83,7 @@ class CrashSafety : public ::testing::Test {
     }
   }
 
+  // `converted_now` lists the inputs of the finishing run: only their outputs are new.
   void expectAllConverted(const std::vector<int>& converted_now) {
     for (int i = 0; i < kInputCount; ++i) {
       EXPECT_FALSE(fs::exists(inputs() / inputName(i)));
