@@ -1,9 +1,11 @@
 #include "app/conversion_pool.h"
 
 #include <malloc.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <system_error>
@@ -12,20 +14,8 @@
 
 namespace qm {
 
-ConversionPool::ConversionPool(int workers, std::uint64_t memory_budget, MappedBlockCache& kept_blocks)
-    : memory_budget_(memory_budget), kept_blocks_(kept_blocks) {
-  if (workers < 1) workers = 1;
-  workers_.reserve(static_cast<std::size_t>(workers));
-  for (int i = 0; i < workers; ++i) {
-    // Fewer workers than asked for (the system refused a thread) still convert everything;
-    // with none at all, submit runs each task itself.
-    try {
-      workers_.emplace_back([this] { work(); });
-    } catch (const std::system_error&) {
-      break;
-    }
-  }
-}
+ConversionPool::ConversionPool(int max_workers, std::uint64_t memory_budget, MappedBlockCache& kept_blocks)
+    : max_workers_(std::max(max_workers, 1)), memory_budget_(memory_budget), kept_blocks_(kept_blocks) {}
 
 ConversionPool::~ConversionPool() {
   waitForAll();
@@ -33,53 +23,75 @@ ConversionPool::~ConversionPool() {
     std::lock_guard<std::mutex> lock(mutex_);
     stopping_ = true;
   }
-  changed_.notify_all();
+  task_ready_.notify_all();
   for (std::thread& worker : workers_) worker.join();
+}
+
+int ConversionPool::workerCount() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return static_cast<int>(workers_.size());
 }
 
 bool ConversionPool::fits(std::uint64_t memory) const {
   // One file more than there are workers: it waits ready, so a worker that finishes starts it at
   // once instead of waiting for the walk to wake up and hand over the next.
-  if (admitted_ >= static_cast<int>(workers_.size()) + kWaitingAhead) return false;
+  if (admitted_ >= max_workers_ + kWaitingAhead) return false;
   // Alone, a file always runs, however large.
   if (admitted_ == 0) return true;
   return memory_in_use_ <= memory_budget_ && memory <= memory_budget_ - memory_in_use_;
 }
 
+void ConversionPool::startWorkerIfNoneIsIdle() {
+  // Every idle worker already has a ready file to take.
+  if (idle_ > static_cast<int>(ready_.size()) || static_cast<int>(workers_.size()) >= max_workers_) return;
+  try {
+    workers_.emplace_back([this] { work(); });
+    ++idle_;  // from its start, so the next file does not start another one for nothing
+  } catch (const std::system_error&) {
+    // Fewer workers than asked for (the system refused a thread) still convert everything.
+    max_workers_ = std::max(static_cast<int>(workers_.size()), 1);
+  }
+}
+
 void ConversionPool::submit(std::uint64_t memory_estimate, std::function<void()> task) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  task_finished_.wait(lock, [&] { return fits(memory_estimate); });
+  startWorkerIfNoneIsIdle();
   if (workers_.empty()) {
+    // Not a single thread could be started: the walk's own thread converts.
+    lock.unlock();
     task();
     return;
   }
-  std::unique_lock<std::mutex> lock(mutex_);
-  changed_.wait(lock, [&] { return fits(memory_estimate); });
   ++admitted_;
   memory_in_use_ += memory_estimate;
   const std::uint64_t memory_in_use = memory_in_use_;
   ready_.push_back(Task{memory_estimate, std::move(task)});
   lock.unlock();
-  changed_.notify_all();
+  task_ready_.notify_one();
   keepWithinBudget(kept_blocks_, memory_in_use, memory_budget_);
 }
 
 void ConversionPool::waitForAll() {
   std::unique_lock<std::mutex> lock(mutex_);
-  changed_.wait(lock, [&] { return admitted_ == 0; });
+  task_finished_.wait(lock, [&] { return admitted_ == 0; });
 }
 
 void ConversionPool::work() {
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [&] { return stopping_ || !ready_.empty(); });
+    task_ready_.wait(lock, [&] { return stopping_ || !ready_.empty(); });
     if (ready_.empty()) return;
     Task task = std::move(ready_.front());
     ready_.pop_front();
+    --idle_;
     lock.unlock();
     task.run();
     lock.lock();
+    ++idle_;
     --admitted_;
     memory_in_use_ -= task.memory;
-    changed_.notify_all();
+    task_finished_.notify_all();
   }
 }
 
@@ -93,9 +105,22 @@ void keepWithinBudget(MappedBlockCache& kept_blocks, std::uint64_t memory_in_use
   if (kept > room || heap_free > room - kept) malloc_trim(0);
 }
 
-int workersForJobs(int jobs) { return jobs > 0 ? jobs : static_cast<int>(usableProcessors()); }
-
 namespace {
+
+// A conversion holds one open file at a time (its input, then its output, then the output's
+// folder); two per worker leave room to spare. The run itself holds a few more (standard
+// streams, folders being listed, the crypto library while it loads).
+constexpr rlim_t kFilesPerWorker = 2;
+constexpr rlim_t kFilesOfTheRun = 64;
+
+// More workers than the open-file limit leaves room for would make conversions fail to open
+// their files instead of waiting their turn.
+int workersTheOpenFileLimitAllows() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return INT_MAX;
+  const rlim_t room = limit.rlim_cur > kFilesOfTheRun ? limit.rlim_cur - kFilesOfTheRun : 0;
+  return static_cast<int>(std::clamp<rlim_t>(room / kFilesPerWorker, 1, INT_MAX));
+}
 
 // A limit as the control group file states it; none when the file is missing or says "max".
 std::uint64_t limitInFile(const char* path) {
@@ -116,6 +141,11 @@ std::uint64_t controlGroupLimit() {
 }
 
 }  // namespace
+
+int workersForJobs(int jobs) {
+  const int wanted = jobs > 0 ? jobs : static_cast<int>(usableProcessors());
+  return std::min(wanted, workersTheOpenFileLimitAllows());
+}
 
 std::uint64_t defaultMemoryBudget() {
   long pages = sysconf(_SC_PHYS_PAGES);

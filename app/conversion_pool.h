@@ -3,6 +3,8 @@
 // each as soon as a worker is free and the memory that the admitted conversions (running, or
 // the one waiting ready for a worker) are expected to hold stays within a budget; a file whose
 // estimate alone exceeds the budget runs when nothing else does, and nothing starts beside it.
+// Workers start only when a file finds none idle, so a large worker count costs nothing beyond
+// what the files handed in need.
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -18,7 +20,7 @@ namespace qm {
 class ConversionPool {
  public:
   // `kept_blocks`: the freed buffers the process keeps, which count against the budget too.
-  ConversionPool(int workers, std::uint64_t memory_budget, MappedBlockCache& kept_blocks = sharedBlockCache());
+  ConversionPool(int max_workers, std::uint64_t memory_budget, MappedBlockCache& kept_blocks = sharedBlockCache());
   ConversionPool(const ConversionPool&) = delete;
   ConversionPool& operator=(const ConversionPool&) = delete;
   // Waits for everything handed in.
@@ -29,7 +31,8 @@ class ConversionPool {
   // Returns once every task handed in has finished.
   void waitForAll();
 
-  int workerCount() const { return static_cast<int>(workers_.size()); }
+  // Workers started so far.
+  int workerCount();
 
  private:
   struct Task {
@@ -41,13 +44,17 @@ class ConversionPool {
 
   void work();
   bool fits(std::uint64_t memory) const;
+  void startWorkerIfNoneIsIdle();
 
+  int max_workers_;              // as asked, lowered when the system refuses a thread
   const std::uint64_t memory_budget_;
   MappedBlockCache& kept_blocks_;
   std::mutex mutex_;
-  std::condition_variable changed_;
+  std::condition_variable task_ready_;     // workers wait for a task
+  std::condition_variable task_finished_;  // the walk waits for room
   std::deque<Task> ready_;       // admitted, waiting for a worker to pick them up
   int admitted_ = 0;             // ready or running
+  int idle_ = 0;                 // workers not running a task
   std::uint64_t memory_in_use_ = 0;
   bool stopping_ = false;
   std::vector<std::thread> workers_;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -91,6 +92,38 @@ TEST(ConversionPool, TheNextFileWaitsReadySoAFreedWorkerNeedNotWaitForTheWalk) {
   walk.join();
 }
 
+TEST(ConversionPool, WorkersStartOnlyWhenAFileFindsNoneIdle) {
+  ConversionPool pool(100000, 100);
+  for (int i = 0; i < 20; ++i) {
+    pool.submit(1, [] {});
+    pool.waitForAll();
+  }
+  EXPECT_EQ(pool.workerCount(), 1) << "files one after another need one worker";
+
+  std::atomic<bool> release{false};
+  for (int i = 0; i < 3; ++i) {
+    pool.submit(1, [&] {
+      while (!release) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    });
+  }
+  EXPECT_EQ(pool.workerCount(), 3) << "three files at once need three";
+  release = true;
+}
+
+TEST(WorkersForJobs, StayWithinWhatTheOpenFileLimitLeaves) {
+  rlimit saved{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+  if (saved.rlim_max != RLIM_INFINITY && saved.rlim_max < 164) GTEST_SKIP() << "the hard limit is below the test's";
+  rlimit lowered = saved;
+  lowered.rlim_cur = 164;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
+  const int few = workersForJobs(3);
+  const int many = workersForJobs(100000);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+  EXPECT_EQ(few, 3);
+  EXPECT_EQ(many, 50) << "two files for each worker beside the run's own";
+}
+
 TEST(ConversionPool, AFileLargerThanTheBudgetRunsAlone) {
   Tracker tracker;
   {
@@ -126,7 +159,7 @@ TEST(ConversionPool, KeptBuffersLeaveRoomForTheConversionsAdmitted) {
   }
 }
 
-bool pageResident(std::uintptr_t address) {
+[[maybe_unused]] bool pageResident(std::uintptr_t address) {
   unsigned char resident = 0;
   return mincore(reinterpret_cast<void*>(address), 1, &resident) == 0 && (resident & 1) != 0;
 }

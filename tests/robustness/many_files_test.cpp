@@ -40,7 +40,7 @@ std::size_t countOutputs(const fs::path& folder) {
   return count;
 }
 
-// One at a time, and with one worker per processor.
+// One at a time, one worker per processor, and far more workers than the open-file limit allows.
 class ManyFiles : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(ManyFiles, ThousandsOfInputsConvertInOneRunUnderTheUsualFileLimit) {
@@ -73,7 +73,7 @@ TEST_P(ManyFiles, ThousandsOfInputsConvertInOneRunUnderTheUsualFileLimit) {
   EXPECT_EQ(readFile(dir / "logs_out/part2/f2_fin.MF4"), readFile(dir / "logs_out/part3/f3_fin.MF4"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Jobs, ManyFiles, ::testing::Values("1", "0"));
+INSTANTIATE_TEST_SUITE_P(Jobs, ManyFiles, ::testing::Values("1", "0", "2000"));
 
 }  // namespace
 }  // namespace qm::test
