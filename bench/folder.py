@@ -19,6 +19,8 @@ import sys
 import tempfile
 import time
 
+from measure import warm_cache
+
 KINDS = [
     ("plain", "MF4", []),
     ("compressed", "MFC", ["--compress"]),
@@ -84,11 +86,9 @@ def main():
     passwords = os.path.join(args.data_dir, "fleet-passwords.json")
     files = args.per_kind * len(KINDS)
     size = folder_bytes(source)
-    for parent, _, names in os.walk(source):  # into the page cache, as for cp
+    for parent, _, names in os.walk(source):
         for name in names:
-            with open(os.path.join(parent, name), "rb") as f:
-                while f.read(1 << 24):
-                    pass
+            warm_cache(os.path.join(parent, name))
 
     builds = [("", args.quillmend)] + ([(" (before)", args.baseline)] if args.baseline else [])
     jobs_cases = [(name + label, program, options) for label, program in builds

@@ -51,7 +51,15 @@ def run_measured(argv, cwd):
 
 
 def warm_cache(path):
+    """Brings a file into the page cache as a read from disk leaves it.
+
+    A file written during this boot stays cached in the pages it was written into, from which
+    cp copies about a third faster than from pages a read filled (the program reads both alike).
+    Dropping them first makes the figures the same whether the inputs were just generated or not.
+    """
     with open(path, "rb") as f:
+        os.fsync(f.fileno())  # dirty pages cannot be dropped
+        os.posix_fadvise(f.fileno(), 0, 0, os.POSIX_FADV_DONTNEED)
         while f.read(8 * MIB):
             pass
 
