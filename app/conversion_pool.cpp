@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <system_error>
 
+#include "base/control_group.h"
 #include "base/spare_processors.h"
 
 namespace qm {
@@ -122,24 +122,6 @@ int workersTheOpenFileLimitAllows() {
   return static_cast<int>(std::clamp<rlim_t>(room / kFilesPerWorker, 1, INT_MAX));
 }
 
-// A limit as the control group file states it; none when the file is missing or says "max".
-std::uint64_t limitInFile(const char* path) {
-  std::FILE* file = std::fopen(path, "r");
-  if (!file) return UINT64_MAX;
-  unsigned long long limit = 0;
-  bool numeric = std::fscanf(file, "%llu", &limit) == 1;
-  std::fclose(file);
-  return numeric && limit > 0 ? limit : UINT64_MAX;
-}
-
-// The memory limit of the control group the process runs in (a container's), if one is set:
-// where control groups are of the current kind, or of the older kind many hosts still run (its
-// "no limit" is a number near the top of the range, above any physical memory).
-std::uint64_t controlGroupLimit() {
-  return std::min(limitInFile("/sys/fs/cgroup/memory.max"),
-                  limitInFile("/sys/fs/cgroup/memory/memory.limit_in_bytes"));
-}
-
 }  // namespace
 
 int workersForJobs(int jobs) {
@@ -153,7 +135,7 @@ std::uint64_t defaultMemoryBudget() {
   std::uint64_t physical = pages > 0 && page_size > 0
                                ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(page_size)
                                : std::uint64_t{2} << 30;
-  return std::min(physical, controlGroupLimit()) / 2;
+  return std::min(physical, controlGroupMemoryLimit()) / 2;
 }
 
 }  // namespace qm

@@ -15,7 +15,7 @@ class RunningConversion {
 };
 
 // The processors this process may run on (its affinity mask, which `taskset` or a container
-// may narrow), at least 1.
+// may narrow), and no more than a container's processor-time quota keeps busy; at least 1.
 unsigned usableProcessors();
 
 // True while fewer conversions run than there are usable processors.
