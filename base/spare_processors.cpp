@@ -13,10 +13,6 @@ namespace {
 
 std::atomic<unsigned> running_conversions{0};
 
-}  // namespace
-
-namespace {
-
 unsigned processorsInAffinity() {
   cpu_set_t allowed;
   if (sched_getaffinity(0, sizeof allowed, &allowed) == 0 && CPU_COUNT(&allowed) > 0) {
@@ -26,9 +22,7 @@ unsigned processorsInAffinity() {
   return online == 0 ? 1 : online;
 }
 
-}  // namespace
-
-unsigned usableProcessors() {
+unsigned countUsableProcessors() {
   // A container limited to two processors' time on a large host still sees every processor:
   // a conversion for each would only take turns, each holding its memory meanwhile.
   const unsigned quota = controlGroupProcessorQuota();
@@ -36,13 +30,18 @@ unsigned usableProcessors() {
   return quota != 0 ? std::min(affinity, quota) : affinity;
 }
 
+}  // namespace
+
+unsigned usableProcessors() {
+  // Counted once: the files behind the count are not read again for every large data group.
+  static const unsigned processors = countUsableProcessors();
+  return processors;
+}
+
 RunningConversion::RunningConversion() { running_conversions.fetch_add(1, std::memory_order_relaxed); }
 
 RunningConversion::~RunningConversion() { running_conversions.fetch_sub(1, std::memory_order_relaxed); }
 
-bool processorToSpare() {
-  static const unsigned processors = usableProcessors();
-  return running_conversions.load(std::memory_order_relaxed) < processors;
-}
+bool processorToSpare() { return running_conversions.load(std::memory_order_relaxed) < usableProcessors(); }
 
 }  // namespace qm
