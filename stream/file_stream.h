@@ -6,6 +6,7 @@
 
 #include "stream/file_mapping.h"
 #include "stream/stream.h"
+#include "stream/write_window.h"
 
 namespace qm {
 
@@ -14,7 +15,9 @@ enum FileMode : int { kFileRead = 0, kFileWrite = 1, kFileReadWrite = 2 };
 class FileStream : public Stream {
  public:
   // Mode 0 opens "rb" (no write), 1 "wb" (no read), 2 "rwb" with both, the text handed to
-  // fopen as it is. Any other mode, a null path or a failed open gives null.
+  // fopen as it is. Any other mode, a null path or a failed open gives null. A stream that only
+  // writes gathers its writes in a window of its own instead of the runtime library's buffer,
+  // which every seek would flush; failures of gathered writes show at the next flush or close.
   static std::unique_ptr<FileStream> open(const char* path, int mode);
 
   FileStream(const FileStream&) = delete;
@@ -36,6 +39,9 @@ class FileStream : public Stream {
   bool isOpen() const { return file_ != nullptr; }
   // The system's reason (an errno value) for the first write or close that failed; 0 if none.
   int lastError() const { return error_; }
+  // Hands gathered writes to the system, where later reads of the file see them. False on
+  // failure (now or by an earlier write), with the reason in lastError().
+  bool handOverWrites() { return !window_ || flushWindow(); }
   // Hands buffered bytes to the system and asks it to put them on the disk with `sync_file`
   // (fsync, or a stand-in for tests). False on failure, with the reason in lastError().
   bool syncToDisk(int (*sync_file)(int descriptor));
@@ -49,10 +55,17 @@ class FileStream : public Stream {
   FileStream(std::FILE* file, bool readable, bool writable)
       : file_(file), readable_(readable), writable_(writable) {}
   void noteError();
+  // Hands what the window holds to the system; false (the error noted) when it or an earlier
+  // hand-over failed.
+  bool flushWindow();
+  std::int64_t seekInWindow(std::int64_t offset, int whence);
 
   std::FILE* file_;
   bool readable_;
   bool writable_;
+  std::unique_ptr<WriteWindow> window_;  // a stream that only writes
+  std::int64_t size_ = 0;                // with a window: the file's size, which starts empty
+  bool window_failed_ = false;
   // Advanced by every transfer and refreshed after every seek, so that re-seeking to where the
   // stream already is costs nothing.
   std::int64_t position_ = 0;

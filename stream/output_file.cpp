@@ -81,7 +81,8 @@ void OutputFile::abandon() {
 }
 
 bool OutputFile::closeFile() {
-  if (file_->lastError() != 0) {
+  // Writes gathered in memory fail here if the system refuses them, as a write.
+  if (!file_->handOverWrites() || file_->lastError() != 0) {
     QM_LOG_E("Could not write output file %s: %s", final_path_.c_str(), std::strerror(file_->lastError()));
     return false;
   }

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <string>
+
 #include "tests/support/temp_dir.h"
 
 namespace qm {
@@ -63,10 +66,37 @@ TEST(FileStream, PositionsBeyondTwoGigabytesWork) {
   EXPECT_EQ(file->seek(0, kSeekEnd), far + 1);
 }
 
+TEST(FileStream, AWriteOnlyStreamSeeksLikeTheFileWithItsWritesGathered) {
+  TempDir dir;
+  auto file = FileStream::open((dir / "w.bin").c_str(), kFileWrite);
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(file->write("0123456789", 10), 10);
+  EXPECT_EQ(file->seek(2, kSeekSet), 2);
+  EXPECT_EQ(file->write("ab", 2), 2);
+  EXPECT_EQ(file->seek(0, kSeekEnd), 10) << "a write inside the file does not grow it";
+  EXPECT_EQ(file->seek(-20, kSeekCur), -1);
+  EXPECT_EQ(file->tell(), 10) << "a refused seek leaves the position";
+  EXPECT_EQ(file->seek(3, kSeekCur), 13);
+  EXPECT_EQ(file->write("z", 1), 1);
+  EXPECT_TRUE(file->handOverWrites());
+  EXPECT_EQ(test::readFile(dir / "w.bin"), std::string("01ab456789\0\0\0z", 14)) << "handed over before the close";
+  EXPECT_EQ(file->close(), 0);
+}
+
+TEST(FileStream, GatheredWritesThatFailShowAtTheHandOverAndTheClose) {
+  auto full = FileStream::open("/dev/full", kFileWrite);
+  if (!full) GTEST_SKIP() << "no /dev/full";
+  EXPECT_EQ(full->write("data", 4), 4);
+  EXPECT_FALSE(full->handOverWrites());
+  EXPECT_EQ(full->lastError(), ENOSPC);
+  EXPECT_EQ(full->write("more", 4), 0) << "nothing is written after a failure";
+  EXPECT_NE(full->close(), 0);
+}
+
 TEST(FileStream, CloseReportsAFailedFlushAndLeavesNothingOpen) {
   auto full = FileStream::open("/dev/full", kFileWrite);
   if (!full) GTEST_SKIP() << "no /dev/full";
-  EXPECT_EQ(full->write("data", 4), 4);  // still in the runtime library's buffer
+  EXPECT_EQ(full->write("data", 4), 4);  // still gathered in memory
   EXPECT_NE(full->close(), 0);
   EXPECT_FALSE(full->isOpen());
   EXPECT_EQ(full->close(), 0);

@@ -1,0 +1,107 @@
+#include "stream/write_window.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/support/temp_dir.h"
+
+namespace qm {
+namespace {
+
+using test::TempDir;
+
+// Writes through a window and straight into a copy in memory side by side; the file must end up
+// as the copy, bytes never written reading as zeros.
+class Mirrored {
+ public:
+  explicit Mirrored(const std::string& path)
+      : descriptor_(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644)), window_(descriptor_) {}
+  ~Mirrored() { ::close(descriptor_); }
+
+  bool write(std::uint64_t offset, const std::string& bytes) {
+    if (expected_.size() < offset + bytes.size()) expected_.resize(offset + bytes.size(), '\0');
+    expected_.replace(offset, bytes.size(), bytes);
+    return window_.write(offset, bytes.data(), bytes.size());
+  }
+  bool flush() { return window_.flush(); }
+  const std::string& expected() const { return expected_; }
+  bool opened() const { return descriptor_ >= 0; }
+
+ private:
+  int descriptor_;
+  WriteWindow window_;
+  std::string expected_;
+};
+
+TEST(WriteWindow, BlocksSavedOutOfOrderWithPaddingEndUpInPlace) {
+  TempDir dir;
+  Mirrored file(dir / "blocks.bin");
+  ASSERT_TRUE(file.opened());
+  // A header, blocks placed after it with a byte of padding, links patched afterwards, and a
+  // later write over bytes already written.
+  EXPECT_TRUE(file.write(0, std::string(64, 'H')));
+  EXPECT_TRUE(file.write(200, std::string(40, 'B')));
+  EXPECT_TRUE(file.write(65, std::string(100, 'A')));
+  EXPECT_TRUE(file.write(24, "link"));
+  EXPECT_TRUE(file.write(210, "new"));
+  EXPECT_TRUE(file.flush());
+  EXPECT_EQ(test::readFile(dir / "blocks.bin"), file.expected());
+}
+
+TEST(WriteWindow, GapsAreNeverFilledOverBytesTheFileAlreadyHolds) {
+  TempDir dir;
+  Mirrored file(dir / "patched.bin");
+  ASSERT_TRUE(file.opened());
+  EXPECT_TRUE(file.write(0, std::string(1000, 'x')));
+  EXPECT_TRUE(file.flush());
+  // Two patches with a gap between them, over bytes already on disk: the gap keeps its 'x'.
+  EXPECT_TRUE(file.write(10, "ab"));
+  EXPECT_TRUE(file.write(20, "cd"));
+  EXPECT_TRUE(file.flush());
+  EXPECT_EQ(test::readFile(dir / "patched.bin"), file.expected());
+}
+
+TEST(WriteWindow, RandomWritesAcrossWindowsMatchPlainWrites) {
+  TempDir dir;
+  std::mt19937 random(12345);
+  for (int round = 0; round < 20; ++round) {
+    const std::string path = dir / ("random" + std::to_string(round) + ".bin");
+    Mirrored file(path);
+    ASSERT_TRUE(file.opened());
+    for (int i = 0; i < 300; ++i) {
+      // Mostly small writes near each other, some far away, some large enough to go straight.
+      const std::uint64_t offset = random() % 8 == 0 ? random() % (3 << 20) : random() % (300 << 10);
+      const std::size_t size = random() % 50 == 0 ? 100000 + random() % 200000 : 1 + random() % 300;
+      std::string bytes(size, static_cast<char>('a' + random() % 26));
+      ASSERT_TRUE(file.write(offset, bytes));
+      if (random() % 40 == 0) {
+        ASSERT_TRUE(file.flush());
+      }
+    }
+    ASSERT_TRUE(file.flush());
+    ASSERT_EQ(test::readFile(path), file.expected()) << "round " << round;
+  }
+}
+
+TEST(WriteWindow, ARefusedWriteSaysWhy) {
+  const int full = ::open("/dev/full", O_WRONLY);
+  if (full < 0) GTEST_SKIP() << "no /dev/full";
+  WriteWindow window(full);
+  EXPECT_TRUE(window.write(0, "held", 4));
+  errno = 0;
+  EXPECT_FALSE(window.flush());
+  EXPECT_EQ(errno, ENOSPC);
+  const std::vector<char> large(200000, 'L');
+  EXPECT_FALSE(window.write(0, large.data(), large.size())) << "a large write goes straight and fails at once";
+  ::close(full);
+}
+
+}  // namespace
+}  // namespace qm
