@@ -17,7 +17,7 @@ bool WriteWindow::write(std::uint64_t offset, const void* bytes, std::size_t cou
     if (!flush()) return false;
     moveTo(offset, count);
   }
-  if (!bytes_) bytes_ = std::make_unique<std::uint8_t[]>(kSize);
+  if (!bytes_) bytes_ = std::make_unique_for_overwrite<std::uint8_t[]>(kSize);  // gaps are zeroed when filled
   std::memcpy(bytes_.get() + (offset - base_), from, count);
   hold(offset, offset + count);
   return held_.size() <= kMostRanges || flush();
