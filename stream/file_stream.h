@@ -42,6 +42,10 @@ class FileStream : public Stream {
   // Hands gathered writes to the system, where later reads of the file see them. False on
   // failure (now or by an earlier write), with the reason in lastError().
   bool handOverWrites() { return !window_ || flushWindow(); }
+  // Drops gathered writes not yet handed over: the file is about to be removed.
+  void discardWrites() {
+    if (window_) window_->discard();
+  }
   // Hands buffered bytes to the system and asks it to put them on the disk with `sync_file`
   // (fsync, or a stand-in for tests). False on failure, with the reason in lastError().
   bool syncToDisk(int (*sync_file)(int descriptor));

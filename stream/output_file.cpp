@@ -111,6 +111,8 @@ bool OutputFile::syncFolder() {
 
 void OutputFile::removeTemporary() {
   done_ = true;
+  // What is still gathered would only be written to be removed.
+  file_->discardWrites();
   file_->close();
   directory_.removeFile(temporary_path_.view());
   pending_.forget();

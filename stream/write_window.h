@@ -23,6 +23,8 @@ class WriteWindow {
   bool write(std::uint64_t offset, const void* bytes, std::size_t count);
   // Hands everything held to the system, in file order. False on failure (the reason in errno).
   bool flush();
+  // Forgets everything held, for a file about to be removed.
+  void discard() { held_.clear(); }
 
  private:
   // Offsets the window covers: a whole small file, or the blocks around one place of a large one.
