@@ -2,12 +2,12 @@
 // it and a summary at the end; and for scripts, not one byte more than before.
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <sstream>
 
 #include "tests/support/logger_files.h"
 #include "tests/support/run_in_terminal.h"
 #include "tests/support/run_program.h"
+#include "tests/support/text_shape.h"
 
 namespace qm::test {
 namespace {
@@ -27,10 +27,9 @@ void writeFolder(const TempDir& dir) {
 
 // A log line without its "MM-DD hh:mm:ss.mmm ppppp ttttt " prefix; the level letter stays.
 std::string withoutPrefix(const std::string& line) {
-  static const std::regex prefix(R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [ \d]{4}\d+ [ \d]{4}\d+ )");
-  std::smatch match;
-  EXPECT_TRUE(std::regex_search(line, match, prefix)) << line;
-  return match.empty() ? line : line.substr(static_cast<std::size_t>(match.length(0)));
+  std::size_t length = test::shapedPrefixLength(line, R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [ \d]{4}\d+ [ \d]{4}\d+ )");
+  EXPECT_NE(length, std::string::npos) << line;
+  return length == std::string::npos ? line : line.substr(length);
 }
 
 std::string strippedLines(const std::string& err) {
@@ -92,9 +91,9 @@ TEST_F(Progress, TerminalShowsStatusLinesWithLogLinesAboveAndASummary) {
 
   ASSERT_FALSE(screen.status_lines.empty()) << terminal.screen;
   EXPECT_EQ(screen.status_lines.front().rfind("0/4 files, 0 B/", 0), 0u) << screen.status_lines.front();
-  static const std::regex status(R"(^\d/4 files, [\d.]+ (B|KiB)/[\d.]+ (B|KiB), [\d.]+ (B|KiB|MiB|GiB)/s, [-:\d]+ left(, .+)?$)");
+  const char* status = R"(^\d/4 files, [\d.]+ (B|KiB)/[\d.]+ (B|KiB), [\d.]+ (B|KiB|MiB|GiB)/s, [-:\d]+ left(, .+)?$)";
   for (const std::string& line : screen.status_lines) {
-    EXPECT_TRUE(std::regex_match(line, status)) << line;
+    EXPECT_TRUE(test::hasShape(line, status)) << line;
     EXPECT_LT(line.size(), 80u);
   }
   // Redrawn below the failure's log line: three files done, the failed one the latest.
@@ -106,8 +105,8 @@ TEST_F(Progress, TerminalShowsStatusLinesWithLogLinesAboveAndASummary) {
   }
   EXPECT_TRUE(after_failure) << terminal.screen;
 
-  static const std::regex summary(R"(^Converted 3 files, 1 failed, 0 skipped, [\d.]+ (B|KiB) in \d+\.\d s\n$)");
-  EXPECT_TRUE(std::regex_match(screen.summary, summary)) << screen.summary;
+  const char* summary = R"(^Converted 3 files, 1 failed, 0 skipped, [\d.]+ (B|KiB) in \d+\.\d s\n$)";
+  EXPECT_TRUE(test::hasShape(screen.summary, summary)) << screen.summary;
   EXPECT_EQ(terminal.screen.substr(terminal.screen.size() - screen.summary.size()), screen.summary)
       << "the summary is the last thing printed";
 
