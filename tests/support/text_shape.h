@@ -9,20 +9,17 @@
 
 namespace qm::test {
 
-// True when `pattern` matches the whole of `text`.
-inline bool hasShape(std::string_view text, std::string_view pattern) {
-  Regex regex = Regex::compile(pattern);
-  RegexMatch match;
-  return regex.ok() && regex.search(text, 0, &match) && match.groups[0].begin == 0 &&
-         match.groups[0].end == text.size();
-}
-
 // How many bytes at the start of `text` `pattern` matches; npos when it matches none there.
 inline std::size_t shapedPrefixLength(std::string_view text, std::string_view pattern) {
   Regex regex = Regex::compile(pattern);
   RegexMatch match;
   if (!regex.ok() || !regex.search(text, 0, &match) || match.groups[0].begin != 0) return std::string::npos;
   return match.groups[0].end;
+}
+
+// True when `pattern` matches the whole of `text`.
+inline bool hasShape(std::string_view text, std::string_view pattern) {
+  return shapedPrefixLength(text, pattern) == text.size();
 }
 
 // `text` with every match of `pattern` replaced ($1 and the like refer to groups).
