@@ -75,12 +75,32 @@ void putContext(LogLine& line, int level) {
   putChar(line, ' ');
 }
 
+// Bytes from a file or a file name must not break a line apart, forge another one or drive the
+// terminal: control characters are written as \xNN. Everything else, UTF-8 included, is kept.
+void putEscaped(LogLine& line, const char* text, std::size_t size) {
+  static const char kHex[] = "0123456789abcdef";
+  for (std::size_t i = 0; i < size; ++i) {
+    auto c = static_cast<unsigned char>(text[i]);
+    if (c >= 0x20 && c != 0x7F) {
+      putChar(line, static_cast<char>(c));
+      continue;
+    }
+    // An escape is written whole or not at all.
+    if (line.end - line.pos < 4) return;
+    putChar(line, '\\');
+    putChar(line, 'x');
+    putChar(line, kHex[c >> 4]);
+    putChar(line, kHex[c & 15]);
+  }
+}
+
 void putMessage(LogLine& line, const char* format, va_list args) {
+  // What fits in the line even if nothing needs escaping.
+  char text[LogLine::kBufferSize];
   std::size_t room = static_cast<std::size_t>(line.end - line.pos);
-  // One more byte for vsnprintf's terminator, which the newline later replaces.
-  int written = std::vsnprintf(line.pos, room + 1, format, args);
+  int written = std::vsnprintf(text, room + 1, format, args);
   if (written < 0) return;
-  line.pos += static_cast<std::size_t>(written) < room ? static_cast<std::size_t>(written) : room;
+  putEscaped(line, text, static_cast<std::size_t>(written) < room ? static_cast<std::size_t>(written) : room);
 }
 
 }  // namespace
