@@ -1,6 +1,7 @@
 #include "app/progress_line.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace qm {
@@ -48,7 +49,9 @@ void appendShortened(SmallString& line, std::string_view name, std::size_t colum
   line.append(tailOf(shown.view(), columns - kCutMark.size()));
 }
 
-std::int64_t filesDone(const ProgressSnapshot& p) { return p.files_converted + p.files_failed + p.files_skipped; }
+std::int64_t filesDone(const ProgressSnapshot& p) {
+  return p.files_converted + p.files_lossy + p.files_failed + p.files_skipped;
+}
 
 double bytesPerSecond(const ProgressSnapshot& p) {
   return p.elapsed_seconds > 0 ? static_cast<double>(p.bytes_done) / p.elapsed_seconds : 0;
@@ -60,40 +63,65 @@ double secondsLeft(const ProgressSnapshot& p, std::uint64_t bytes_total) {
   return static_cast<double>(bytes_total - p.bytes_done) / rate;
 }
 
-// Everything but the file name. Files may appear after they were counted, so the totals never
-// fall below what is done.
-SmallString figures(const ProgressSnapshot& p) {
+// The figures, most telling first: a line too narrow for all of them keeps the front ones. Files
+// may appear after they were counted, so the totals never fall below what is done.
+using Figures = std::array<SmallString, 4>;
+
+Figures figures(const ProgressSnapshot& p) {
   std::int64_t done = filesDone(p);
   std::int64_t files_total = std::max(p.files_total, done);
   std::uint64_t bytes_total = std::max(p.bytes_total, p.bytes_done);
-  return SmallString::format("%lld/%lld files, %s/%s, %s/s, %s left", static_cast<long long>(done),
-                             static_cast<long long>(files_total), formatBytes(p.bytes_done).c_str(),
-                             formatBytes(bytes_total).c_str(),
-                             formatBytes(static_cast<std::uint64_t>(bytesPerSecond(p))).c_str(),
-                             formatTimeLeft(secondsLeft(p, bytes_total)).c_str());
+  return {
+      SmallString::format("%lld/%lld files", static_cast<long long>(done), static_cast<long long>(files_total)),
+      SmallString::format("%s/%s", formatBytes(p.bytes_done).c_str(), formatBytes(bytes_total).c_str()),
+      SmallString::format("%s/s", formatBytes(static_cast<std::uint64_t>(bytesPerSecond(p))).c_str()),
+      SmallString::format("%s left", formatTimeLeft(secondsLeft(p, bytes_total)).c_str()),
+  };
 }
 
 }  // namespace
 
 SmallString statusLine(const ProgressSnapshot& progress, int width) {
+  constexpr std::string_view kSeparator = ", ";
   std::size_t columns = width > 1 ? static_cast<std::size_t>(width - 1) : 0;
-  SmallString line = figures(progress);
-  if (line.size() >= columns) {
-    line.truncate(columns);
+  Figures shown = figures(progress);
+  SmallString line;
+  std::size_t used = 0;
+  bool all_fit = true;
+  for (const SmallString& field : shown) {
+    std::size_t needed = (used > 0 ? kSeparator.size() : 0) + columnsOf(field.view());
+    if (used + needed > columns) {
+      all_fit = false;
+      break;
+    }
+    if (used > 0) line.append(kSeparator);
+    line.append(field.view());
+    used += needed;
+  }
+  if (used == 0) {
+    // Not even the file count fits: a part of it still says more than nothing. It is plain ASCII.
+    line = shown[0];
+    line.truncate(std::min(columns, line.size()));
     return line;
   }
-  constexpr std::string_view kSeparator = ", ";
-  std::size_t room = columns - line.size();
-  if (progress.current_file.empty() || room < kSeparator.size() + kMinNameColumns) return line;
+  // The name comes only after every figure, and only with room enough to be recognised.
+  if (!all_fit || progress.current_file.empty()) return line;
+  std::size_t room = columns - used;
+  if (room < kSeparator.size() + kMinNameColumns) return line;
   line.append(kSeparator);
   appendShortened(line, progress.current_file, room - kSeparator.size());
   return line;
 }
 
 SmallString summaryLine(const ProgressSnapshot& progress) {
-  return SmallString::format("Converted %lld file%s, %lld failed, %lld skipped, %s in %s",
+  // Files with records dropped are told apart from clean ones, and only when there are any.
+  SmallString lossy;
+  if (progress.files_lossy > 0) {
+    lossy = SmallString::format("%lld converted with losses, ", static_cast<long long>(progress.files_lossy));
+  }
+  return SmallString::format("Converted %lld file%s, %s%lld failed, %lld skipped, %s in %s",
                              static_cast<long long>(progress.files_converted), progress.files_converted == 1 ? "" : "s",
-                             static_cast<long long>(progress.files_failed),
+                             lossy.c_str(), static_cast<long long>(progress.files_failed),
                              static_cast<long long>(progress.files_skipped),
                              formatBytes(progress.bytes_converted).c_str(),
                              formatElapsed(progress.elapsed_seconds).c_str());

@@ -60,11 +60,45 @@ TEST(StatusLine, LongNameKeepsItsEndAndTheLineFitsTheTerminal) {
   EXPECT_NE(line.view().find(", ..."), std::string_view::npos);
 }
 
-TEST(StatusLine, NarrowTerminalDropsTheNameThenCutsTheFigures) {
-  EXPECT_EQ(statusLine(halfway("logs/a.MF4"), 58), "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left");
-  EXPECT_EQ(statusLine(halfway("logs/a.MF4"), 21), "2/4 files, 2.0 MiB/4");
-  EXPECT_EQ(statusLine(halfway("logs/a.MF4"), 1), "");
-  EXPECT_EQ(statusLine(halfway("logs/a.MF4"), 0), "");
+TEST(StatusLine, NarrowTerminalDropsWholeFieldsFromTheEnd) {
+  // The figures take 48 columns; the name needs a separator and 12 columns of its own.
+  const struct {
+    int width;
+    std::string_view line;
+  } kCases[] = {
+      {100, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, logs/2023/06/trip_0042.MF4"},
+      {77, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, logs/2023/06/trip_0042.MF4"},
+      {76, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, .../2023/06/trip_0042.MF4"},
+      {63, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, ..._0042.MF4"},
+      {62, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left"},
+      {60, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left"},
+      {49, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left"},
+      {48, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s"},
+      {40, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s"},
+      {38, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s"},
+      {37, "2/4 files, 2.0 MiB/4.0 MiB"},
+      {27, "2/4 files, 2.0 MiB/4.0 MiB"},
+      {26, "2/4 files"},
+      {10, "2/4 files"},
+      // Only the file count alone is ever cut.
+      {9, "2/4 file"},
+      {5, "2/4 "},
+      {2, "2"},
+      {1, ""},
+      {0, ""},
+      {-3, ""},
+  };
+  for (const auto& c : kCases) {
+    EXPECT_EQ(statusLine(halfway("logs/2023/06/trip_0042.MF4"), c.width), c.line) << "width " << c.width;
+  }
+}
+
+TEST(StatusLine, UnicodeNameIsMeasuredInCharacters) {
+  // 24 characters in 27 bytes.
+  std::string_view name = "fahrt/\xC3\xBC" "berland_gr\xC3\xB6\xC3\x9F" "e.MF4";
+  EXPECT_EQ(statusLine(halfway(name), 75), "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, " + std::string(name));
+  EXPECT_EQ(statusLine(halfway(name), 74),
+            "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, ...t/\xC3\xBC" "berland_gr\xC3\xB6\xC3\x9F" "e.MF4");
 }
 
 TEST(StatusLine, MultiByteNamesAreCutBetweenCharactersAndCountedByColumns) {
@@ -96,6 +130,27 @@ TEST(SummaryLine, CountsBytesAndTime) {
   p.bytes_converted = 10;
   p.elapsed_seconds = 3725;
   EXPECT_EQ(summaryLine(p), "Converted 1 file, 0 failed, 3 skipped, 10 B in 1h 02m 05s");
+}
+
+TEST(SummaryLine, LossyFilesAreCountedApartAndOnlyWhenThereAreAny) {
+  ProgressSnapshot p;
+  p.files_converted = 45;
+  p.files_lossy = 2;
+  p.files_failed = 2;
+  p.bytes_converted = 1288490189;  // 1.2 GiB
+  p.elapsed_seconds = 12.34;
+  EXPECT_EQ(summaryLine(p), "Converted 45 files, 2 converted with losses, 2 failed, 0 skipped, 1.2 GiB in 12.3 s");
+  p.files_converted = 0;
+  p.files_lossy = 1;
+  EXPECT_EQ(summaryLine(p), "Converted 0 files, 1 converted with losses, 2 failed, 0 skipped, 1.2 GiB in 12.3 s");
+}
+
+TEST(StatusLine, LossyFilesCountAsDone) {
+  ProgressSnapshot p = halfway("");
+  p.files_lossy = 2;
+  EXPECT_EQ(statusLine(p, 80), "4/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left");
+  p.files_lossy = 3;  // more done than counted: the total follows
+  EXPECT_EQ(statusLine(p, 80), "5/5 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left");
 }
 
 TEST(ProgressFigures, BytesTimeLeftAndElapsed) {
