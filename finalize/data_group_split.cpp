@@ -4,6 +4,7 @@
 
 #include "finalize/channel_layouts.h"
 #include "finalize/record_layouts.h"
+#include "finalize/record_reader.h"
 #include "finalize/sort_table.h"
 #include "mdf/channel_block.h"
 #include "mdf/channel_group_block.h"
@@ -27,7 +28,8 @@ ChannelBlock* findReferringChannel(const BlockList& channels, const Block* targe
 
 // Links the VLSD channel group's values, as a signal data block, from the channel of the last
 // split-off group that refers to it. False when there is no such channel.
-bool attachSignalData(const BlockRef& vlsd_group, std::unique_ptr<Stream> values,
+// The values are taken only when they are attached.
+bool attachSignalData(const BlockRef& vlsd_group, std::unique_ptr<Stream>& values,
                       const std::vector<BlockRef>& split_off) {
   if (split_off.empty()) return false;
   DataGroupBlock* last = blockAs<DataGroupBlock>(split_off.back());
@@ -52,14 +54,54 @@ BlockRef makeSortedGroup(const BlockRef& channel_group_block, std::unique_ptr<St
   return group;
 }
 
+// Records and bytes (record ids included) of a channel group's collected payloads.
+void countRecords(const ChannelGroupBlock& channel_group, Stream& payloads, std::size_t id_size, RecordLoss& loss) {
+  const std::int64_t size = streamSize(&payloads);
+  if (size <= 0) return;
+  std::uint64_t records = 0;
+  if (channel_group.flags & kChannelGroupVlsd) {
+    // Each payload is its 4-byte length and that many bytes.
+    std::uint8_t prefix[4];
+    for (std::int64_t at = 0; at + 4 <= size; ++records) {
+      if (payloads.seek(at, 0) < 0 || payloads.read(prefix, 4) != 4) break;
+      at += 4 + static_cast<std::int64_t>(littleEndianValue(prefix, 4));
+    }
+  } else if (channel_group.data_bytes > 0) {
+    records = static_cast<std::uint64_t>(size) / channel_group.data_bytes;
+  }
+  loss.records += records;
+  loss.bytes += static_cast<std::uint64_t>(size) + records * id_size;
+}
+
+// The channel groups left in `group` are dropped with the unreferenced VLSD group at their front,
+// whose values are `vlsd_values`.
+void noteDroppedGroups(const DataGroupBlock& group, SortTable& table, Stream& vlsd_values, LossReport& report) {
+  RecordLoss loss;
+  loss.reason = LossReason::kUnreferencedSignalGroup;
+  bool first = true;
+  for (const BlockRef& block : group.channel_groups) {
+    const ChannelGroupBlock* channel_group = blockAs<ChannelGroupBlock>(block);
+    if (channel_group == nullptr) continue;
+    if (first) {
+      loss.record_id = channel_group->record_id;
+      countRecords(*channel_group, vlsd_values, group.record_id_size, loss);
+      first = false;
+      continue;
+    }
+    std::unique_ptr<Stream> payloads = takeStream(table, channel_group->record_id);
+    countRecords(*channel_group, *payloads, group.record_id_size, loss);
+  }
+  if (loss.bytes > 0) report.losses.push_back(loss);
+}
+
 }  // namespace
 
 bool isAlreadySorted(const DataGroupBlock& group) {
   return group.record_id_size == 0 && group.channel_groups.size() == 1;
 }
 
-void splitDataGroup(DataGroupBlock& group, std::vector<BlockRef>& split_off) {
-  SortTable table = collectPayloads(group);
+void splitDataGroup(DataGroupBlock& group, std::vector<BlockRef>& split_off, LossReport* report) {
+  SortTable table = collectPayloads(group, report);
   std::vector<BlockRef> made;
   while (!group.channel_groups.empty()) {
     BlockRef block = group.channel_groups.front();
@@ -67,7 +109,10 @@ void splitDataGroup(DataGroupBlock& group, std::vector<BlockRef>& split_off) {
       std::unique_ptr<Stream> payloads = takeStream(table, channel_group->record_id);
       if (channel_group->flags & kChannelGroupVlsd) {
         // Unreferenced: the rest of the old group is dropped with it.
-        if (!attachSignalData(block, std::move(payloads), made)) break;
+        if (!attachSignalData(block, payloads, made)) {
+          if (report) noteDroppedGroups(group, table, *payloads, *report);
+          break;
+        }
       } else {
         made.push_back(makeSortedGroup(block, std::move(payloads)));
       }

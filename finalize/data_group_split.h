@@ -2,6 +2,7 @@
 // Splitting one unsorted data group into one sorted data group per channel group.
 #include <vector>
 
+#include "finalize/record_loss.h"
 #include "mdf/block.h"
 
 namespace qm {
@@ -16,6 +17,7 @@ bool isAlreadySorted(const DataGroupBlock& group);
 // block linked from the channel that refers to it in the last group split off here; when no
 // such channel exists, it and every channel group behind it stay with the old group and are
 // dropped with it. Records from the first one whose id no channel group claims are dropped.
-void splitDataGroup(DataGroupBlock& group, std::vector<BlockRef>& split_off);
+// What is dropped goes into `report`, when given.
+void splitDataGroup(DataGroupBlock& group, std::vector<BlockRef>& split_off, LossReport* report = nullptr);
 
 }  // namespace qm

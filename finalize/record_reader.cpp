@@ -23,6 +23,48 @@ std::int64_t RecordLayoutLookup::payloadLengthSlow(std::uint64_t record_id) {
   return length;
 }
 
+bool startsBlock(const std::uint8_t* bytes, std::uint64_t left) {
+  if (left < kBytesToTellABlock) return false;
+  auto upper = [](std::uint8_t c) { return c >= 'A' && c <= 'Z'; };
+  std::uint64_t length = littleEndianValue(bytes + 8, 8);
+  return bytes[0] == '#' && bytes[1] == '#' && upper(bytes[2]) && upper(bytes[3]) && bytes[4] == 0 && bytes[5] == 0 &&
+         bytes[6] == 0 && bytes[7] == 0 && length >= kBytesToTellABlock && length <= left;
+}
+
+ScanEnd scanEndAt(std::size_t id_size, RecordLayoutLookup& lookup, const std::uint8_t* bytes, std::uint64_t left,
+                  std::uint64_t offset) {
+  constexpr std::uint64_t kVlsdLengthPrefix = 4;
+  ScanEnd end;
+  end.offset = offset;
+  end.left = left;
+  if (left == 0) return end;
+  end.kind = ScanEnd::kTornRecord;
+  if (left < id_size) return end;
+  end.record_id = id_size > 0 ? littleEndianValue(bytes, id_size) : 0;
+  std::int64_t length = lookup.payloadLength(end.record_id);
+  if (length == RecordLayoutLookup::kNoLayout) {
+    // A last data block stretched to the end of the file also covers the blocks written after
+    // it: the records end where they begin.
+    end.kind = startsBlock(bytes, left) ? ScanEnd::kEndOfData : ScanEnd::kUnknownId;
+    return end;
+  }
+  std::uint64_t payload_size = static_cast<std::uint64_t>(length);
+  if (length == RecordLayoutLookup::kVariable) {
+    if (left - id_size < kVlsdLengthPrefix) return end;
+    payload_size = kVlsdLengthPrefix + littleEndianValue(bytes + id_size, kVlsdLengthPrefix);
+  }
+  std::uint64_t total = id_size + payload_size;
+  if (total == 0) {
+    end.kind = ScanEnd::kEmptyRecord;
+  } else if (total > left && length == RecordLayoutLookup::kVariable && left > kLargestTornRecord) {
+    end.kind = ScanEnd::kPastEnd;
+    end.length = total;
+  } else if (total <= left) {
+    end.kind = ScanEnd::kEndOfData;  // the record is whole: the caller stopped for its own reason
+  }
+  return end;
+}
+
 std::int64_t readRecord(const DataGroupBlock& group, DataSectionReader& reader, Record& record) {
   RecordLayoutLookup lookup(group);
   return readRecord(group, lookup, reader, record);
@@ -53,5 +95,24 @@ DataSectionReader openDataSection(const DataGroupBlock& group) {
 
 RecordIterator::RecordIterator(const DataGroupBlock& group)
     : group_(group), lookup_(group), reader_(openDataSection(group)) {}
+
+void RecordIterator::noteEnd() {
+  constexpr std::uint64_t kMaxRecordIdSize = 8;
+  constexpr std::uint64_t kVlsdLengthPrefix = 4;
+  const std::uint64_t left = reader_.remaining();
+  const std::size_t id_size = group_.record_id_size;
+  if (id_size > kMaxRecordIdSize || group_.record_layouts.empty()) {
+    end_ = ScanEnd{ScanEnd::kUnknownId, reader_.position(), left, 0, 0};
+    return;
+  }
+  const std::uint8_t* bytes =
+      reader_.ensure(std::min<std::uint64_t>(left, std::max<std::uint64_t>(id_size + kVlsdLengthPrefix, kBytesToTellABlock)));
+  // A section the stream could not deliver ends where its bytes ended.
+  if (bytes == nullptr) {
+    end_ = ScanEnd{ScanEnd::kTornRecord, reader_.position(), left, 0, 0};
+    return;
+  }
+  end_ = scanEndAt(id_size, lookup_, bytes, left, reader_.position());
+}
 
 }  // namespace qm

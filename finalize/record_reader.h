@@ -17,6 +17,39 @@ struct Record {
   std::size_t payload_size = 0;
 };
 
+// Where and why a scan over a data section stopped. A record cut off by the end of the data is
+// how a logger's file ends when it lost power, and is no loss; everything else that stops a
+// scan before the end drops the bytes behind it.
+struct ScanEnd {
+  enum Kind { kEndOfData, kTornRecord, kUnknownId, kPastEnd, kEmptyRecord };
+  Kind kind = kEndOfData;
+  std::uint64_t offset = 0;  // where the unread bytes start (in the section, or in the memory scanned)
+  std::uint64_t left = 0;    // unread bytes from there to the end of the data
+  std::uint64_t record_id = 0;
+  std::uint64_t length = 0;  // the record length claimed, for kPastEnd
+
+  bool dropsData() const { return kind == kUnknownId || kind == kPastEnd || kind == kEmptyRecord; }
+};
+
+// A variable-length record running past the end of the data is taken for one the logger was
+// cut off writing only when this little is left: loggers write records far smaller, and a
+// longer claim comes from damaged bytes.
+inline constexpr std::uint64_t kLargestTornRecord = 64 * 1024;
+
+class RecordLayoutLookup;
+
+// A block header's id, reserved bytes and length.
+inline constexpr std::uint64_t kBytesToTellABlock = 24;
+
+// Whether `bytes` (`left` of them) begin with what looks like an MDF4 block header ("##" and two
+// capitals, zero reserved bytes, a length that fits) rather than records.
+bool startsBlock(const std::uint8_t* bytes, std::uint64_t left);
+
+// Why no record can be read from `bytes` (`left` of them up to the end of the data), which lie
+// at `offset`.
+ScanEnd scanEndAt(std::size_t id_size, RecordLayoutLookup& lookup, const std::uint8_t* bytes, std::uint64_t left,
+                  std::uint64_t offset);
+
 // Reads the record at the reader's position and moves past it. Returns the bytes it took
 // (record id, length prefix and payload), or -1 when its id has no layout or any part of it
 // would run past the end of the data section (a torn record is never padded).
@@ -64,10 +97,11 @@ std::optional<SectionInMemory> dataSectionInMemory(const DataGroupBlock& group);
 
 // Calls visit(record id, payload offset in the memory, payload size) for each record of a
 // section in memory, under the same rules as readRecord, until a record cannot be read or
-// visit returns false. Sorting runs this for every record of a file, so it keeps its state in
-// locals instead of going through a reader object.
+// visit returns false (taken as an id nobody claims). Sorting runs this for every record of a
+// file, so it keeps its state in locals instead of going through a reader object. Returns
+// where and why it stopped, with offsets in the memory.
 template <typename Visit>
-void scanRecordsInMemory(const DataGroupBlock& group, const SectionInMemory& section, Visit&& visit);
+ScanEnd scanRecordsInMemory(const DataGroupBlock& group, const SectionInMemory& section, Visit&& visit);
 
 // When the data block's stream holds its content in memory, the records are read in place.
 class RecordIterator {
@@ -77,9 +111,15 @@ class RecordIterator {
   // The next record, or null once a record cannot be read (the iteration is then over).
   const Record* next() {
     if (!over_ && readRecord(group_, lookup_, reader_, record_) >= 1) return &record_;
+    if (!over_) noteEnd();
     over_ = true;
     return nullptr;
   }
+  // Where and why the iteration ended (offsets in the data section); only once next() gave null.
+  const ScanEnd& end() const { return end_; }
+  // Offset in the data section of the next record, and the bytes from there to its end.
+  std::uint64_t position() const { return reader_.position(); }
+  std::uint64_t remaining() const { return reader_.remaining(); }
 
  private:
   const DataGroupBlock& group_;
@@ -87,6 +127,9 @@ class RecordIterator {
   DataSectionReader reader_;  // over an empty section when the group has no data block
   bool over_ = false;
   Record record_;
+  ScanEnd end_;
+
+  void noteEnd();
 };
 
 inline std::uint64_t littleEndianValue(const std::uint8_t* bytes, std::size_t n) {
@@ -140,33 +183,37 @@ inline std::int64_t readRecord(const DataGroupBlock& group, RecordLayoutLookup& 
 }
 
 template <typename Visit>
-void scanRecordsInMemory(const DataGroupBlock& group, const SectionInMemory& section, Visit&& visit) {
+ScanEnd scanRecordsInMemory(const DataGroupBlock& group, const SectionInMemory& section, Visit&& visit) {
   constexpr std::size_t kScanReadAhead = 2048;  // a prefetch of an address beyond the memory is harmless
   constexpr std::size_t kVlsdLengthPrefix = 4;
   constexpr std::size_t kMaxRecordIdSize = 8;
   const std::size_t id_size = group.record_id_size;
-  if (id_size > kMaxRecordIdSize || group.record_layouts.empty()) return;
+  const std::uint64_t end = section.start + section.size;
+  if (id_size > kMaxRecordIdSize || group.record_layouts.empty()) {
+    return ScanEnd{ScanEnd::kUnknownId, section.start, section.size, 0, 0};
+  }
   RecordLayoutLookup lookup(group);
   const std::uint8_t* const base = section.memory.data;
-  const std::uint64_t end = section.start + section.size;
   for (std::uint64_t at = section.start;;) {
     const std::uint8_t* bytes = base + at;
     // Each record's place depends on the one before, so a miss stalls the whole scan; the
     // hardware's own read-ahead stops at every page boundary, this one does not.
     __builtin_prefetch(bytes + kScanReadAhead);
     std::uint64_t left = end - at;
-    if (left < id_size) return;
+    if (left < id_size) return scanEndAt(id_size, lookup, bytes, left, at);
     std::uint64_t record_id = id_size > 0 ? littleEndianValue(bytes, id_size) : 0;
     std::int64_t length = lookup.payloadLength(record_id);
-    if (length == RecordLayoutLookup::kNoLayout) return;
+    if (length == RecordLayoutLookup::kNoLayout) return scanEndAt(id_size, lookup, bytes, left, at);
     std::uint64_t payload_size = static_cast<std::uint64_t>(length);
     if (length == RecordLayoutLookup::kVariable) {
-      if (left - id_size < kVlsdLengthPrefix) return;
+      if (left - id_size < kVlsdLengthPrefix) return scanEndAt(id_size, lookup, bytes, left, at);
       payload_size = kVlsdLengthPrefix + littleEndianValue(bytes + id_size, kVlsdLengthPrefix);
     }
     std::uint64_t total = id_size + payload_size;
-    if (total == 0 || total > left) return;
-    if (!visit(record_id, at + id_size, payload_size)) return;
+    if (total == 0 || total > left) return scanEndAt(id_size, lookup, bytes, left, at);
+    if (!visit(record_id, at + id_size, payload_size)) {
+      return ScanEnd{ScanEnd::kUnknownId, at, left, record_id, 0};
+    }
     at += total;
   }
 }

@@ -8,6 +8,7 @@
 #include "finalize/record_reader.h"
 #include "mdf/channel_group_block.h"
 #include "mdf/data_group_block.h"
+#include "mdf/payload_block.h"
 #include "stream/memory_stream.h"
 
 namespace qm {
@@ -78,10 +79,11 @@ class SortKey {
 
 // Records read in place: only their places are noted, for the channel groups of `lane` (or
 // of all lanes). The table is only read here, so several lanes may run at once.
-void collectPlaces(const DataGroupBlock& group, const SectionInMemory& section, const SortTable& table, unsigned lane) {
+ScanEnd collectPlaces(const DataGroupBlock& group, const SectionInMemory& section, const SortTable& table,
+                      unsigned lane) {
   SortKey key(group);
   SortTargets targets(table);
-  scanRecordsInMemory(group, section, [&](std::uint64_t record_id, std::uint64_t offset, std::uint64_t size) {
+  return scanRecordsInMemory(group, section, [&](std::uint64_t record_id, std::uint64_t offset, std::uint64_t size) {
     const SortEntry* target = targets.find(key.of(record_id));
     if (target == nullptr) return false;  // this record and all behind it are dropped
     if (lane == kAllLanes || target->lane == lane) target->payloads->note(offset, size);
@@ -89,44 +91,64 @@ void collectPlaces(const DataGroupBlock& group, const SectionInMemory& section, 
   });
 }
 
-void collectPlacesInParallel(const DataGroupBlock& group, const SectionInMemory& section, const SortTable& table) {
+// Both lanes read the same records, so they stop at the same place.
+ScanEnd collectPlacesInParallel(const DataGroupBlock& group, const SectionInMemory& section, const SortTable& table) {
   if (section.size < kParallelScanThreshold || usableProcessors() < kLanes || !processorToSpare()) {
-    collectPlaces(group, section, table, kAllLanes);
-    return;
+    return collectPlaces(group, section, table, kAllLanes);
   }
   std::thread second;
   try {
     second = std::thread([&] { collectPlaces(group, section, table, 1); });
   } catch (const std::system_error&) {
-    collectPlaces(group, section, table, kAllLanes);
-    return;
+    return collectPlaces(group, section, table, kAllLanes);
   }
-  collectPlaces(group, section, table, 0);
+  ScanEnd end = collectPlaces(group, section, table, 0);
   second.join();
+  return end;
 }
 
-// Records read piece by piece from a stream: their payloads are copied.
-void collectCopies(const DataGroupBlock& group, const SortTable& table) {
+// Records read piece by piece from a stream: their payloads are copied. Offsets in the end are
+// the unwrapped file's.
+ScanEnd collectCopies(const DataGroupBlock& group, const SortTable& table) {
   SortKey key(group);
   SortTargets targets(table);
   RecordIterator records(group);
+  ScanEnd end;
   while (const Record* record = records.next()) {
     const SortEntry* target = targets.find(key.of(record->record_id));
-    if (target == nullptr) return;  // this record and all behind it are dropped
+    if (target == nullptr) {  // this record and all behind it are dropped
+      const std::uint64_t size = group.record_id_size + record->payload_size;
+      end = ScanEnd{ScanEnd::kUnknownId, 0, 0, record->record_id, 0};
+      end.offset = records.position() - size;
+      end.left = records.remaining() + size;
+      break;
+    }
     target->payloads->copy(record->payload, record->payload_size);
   }
+  if (end.kind == ScanEnd::kEndOfData) end = records.end();
+  if (const PayloadBlock* block = group.dataBlock()) end.offset += block->payloadStart();
+  return end;
+}
+
+void noteLoss(const ScanEnd& end, LossReport* report) {
+  if (report == nullptr || !end.dropsData()) return;
+  RecordLoss loss;
+  loss.reason = end.kind == ScanEnd::kUnknownId   ? LossReason::kUnknownRecordId
+                : end.kind == ScanEnd::kPastEnd ? LossReason::kRecordPastEnd
+                                                : LossReason::kEmptyRecord;
+  loss.offset = end.offset;
+  loss.bytes = end.left;
+  loss.record_id = end.record_id;
+  loss.length = end.length;
+  report->losses.push_back(loss);
 }
 
 }  // namespace
 
-SortTable collectPayloads(const DataGroupBlock& group) {
+SortTable collectPayloads(const DataGroupBlock& group, LossReport* report) {
   std::optional<SectionInMemory> section = dataSectionInMemory(group);
   SortTable table = makeSortTable(group, section ? section->memory : ByteView{});
-  if (section) {
-    collectPlacesInParallel(group, *section, table);
-  } else {
-    collectCopies(group, table);
-  }
+  noteLoss(section ? collectPlacesInParallel(group, *section, table) : collectCopies(group, table), report);
   return table;
 }
 

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "base/hash_map.h"
+#include "finalize/record_loss.h"
 #include "finalize/sorted_payloads.h"
 #include "stream/stream.h"
 
@@ -23,8 +24,9 @@ struct SortEntry {
 using SortTable = HashMap<std::uint64_t, SortEntry>;
 
 // One entry per channel group, the first of several with one record id keeping it, filled from
-// the group's records up to the first one whose id no channel group claims.
-SortTable collectPayloads(const DataGroupBlock& group);
+// the group's records up to the first one whose id no channel group claims. What that drops
+// goes into `report`, when given.
+SortTable collectPayloads(const DataGroupBlock& group, LossReport* report = nullptr);
 
 // Takes a channel group's payloads out of the table as the stream of a data or signal data
 // block; an empty stream when the id has none (left) in the table.
