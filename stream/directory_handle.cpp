@@ -78,18 +78,34 @@ bool DirectoryHandle::listQuietly(std::string_view relative, std::vector<Directo
   SmallString folder = join(relative);
   DIR* dir = ::opendir(folder.c_str());
   if (!dir) return false;
-  while (const dirent* item = ::readdir(dir)) {
+  // An entry that cannot be looked at would be skipped without a word: the listing fails
+  // instead, with that entry's reason in errno.
+  int failure = 0;
+  for (;;) {
+    errno = 0;
+    const dirent* item = ::readdir(dir);
+    if (item == nullptr) {
+      failure = errno;  // 0 at the end of the listing
+      break;
+    }
     if (isDotOrDotDot(item->d_name)) continue;
     SmallString path = folder;
     path.append("/", 1);
     path.append(item->d_name, std::strlen(item->d_name));
     DirectoryEntry entry;
-    if (!statPath(path.c_str(), &entry)) continue;
+    if (!statPath(path.c_str(), &entry)) {
+      failure = errno;
+      break;
+    }
     if (entry.type != kEntryFile && entry.type != kEntryDirectory) continue;
     entry.name = SmallString(item->d_name);
     sorted->push_back(std::move(entry));
   }
   ::closedir(dir);
+  if (failure != 0) {
+    errno = failure;
+    return false;
+  }
   // The entries present before come first, so a stable sort followed by unique keeps them
   // over a newly listed entry of the same name.
   std::stable_sort(sorted->begin(), sorted->end(), nameLess);

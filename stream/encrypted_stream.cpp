@@ -58,13 +58,13 @@ class CipherSource {
     positional_ = inner->readAt(0, &probe, 0) == 0;
   }
 
-  bool decryptInto(GcmDecryption& gcm, std::uint8_t* plain) {
+  DecryptionFailure decryptInto(GcmDecryption& gcm, std::uint8_t* plain) {
     std::uint8_t aad[kEncryptedAadSize];
     std::uint8_t tag[kEncryptedTagSize];
-    if (!copyAt(0, aad, sizeof aad) || !copyAt(file_size_ - kEncryptedTagSize, tag, sizeof tag) ||
-        !gcm.addAuthenticatedData(aad, sizeof aad)) {
-      return false;
+    if (!copyAt(0, aad, sizeof aad) || !copyAt(file_size_ - kEncryptedTagSize, tag, sizeof tag)) {
+      return DecryptionFailure::kUnreadable;
     }
+    if (!gcm.addAuthenticatedData(aad, sizeof aad)) return DecryptionFailure::kCipher;
     std::uint64_t cipher_size = file_size_ - kEncryptedMinimumSize;
     // Fresh pages for the plaintext are faulted in ahead of the reads on a thread of their own.
     PagePopulator populator(plain, cipher_size);
@@ -74,11 +74,12 @@ class CipherSource {
     });
     for (std::uint64_t done = 0; done < cipher_size;) {
       std::uint64_t piece = cipher_size - done < kCipherPiece ? cipher_size - done : kCipherPiece;
-      if (!filler.waitUntil(done + piece) || !gcm.update(plain + done, piece, plain + done)) return false;
+      if (!filler.waitUntil(done + piece)) return DecryptionFailure::kUnreadable;
+      if (!gcm.update(plain + done, piece, plain + done)) return DecryptionFailure::kCipher;
       done += piece;
       populator.wrote(done);
     }
-    return gcm.finishAndCheckTag(tag);
+    return gcm.finishAndCheckTag(tag) ? DecryptionFailure::kNone : DecryptionFailure::kTagMismatch;
   }
 
  private:
@@ -119,8 +120,11 @@ int EncryptedStream::close() {
   return status;
 }
 
-std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& header,
-                                      std::string_view password) {
+std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& header, std::string_view password,
+                                      DecryptionFailure* why) {
+  DecryptionFailure ignored;
+  DecryptionFailure& failure = why ? *why : ignored;
+  failure = DecryptionFailure::kMalformed;
   if (!inner || header.container_type != kContainerEncrypted ||
       header.type_version != kContainerVersion) {
     return nullptr;
@@ -134,17 +138,24 @@ std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& head
   std::uint64_t plain_size = static_cast<std::uint64_t>(file_size - kEncryptedMinimumSize);
   // Every byte is read in and decrypted before anyone sees it.
   LargeBuffer plain = allocateUninitialized(plain_size ? static_cast<std::size_t>(plain_size) : 1);
-  if (!plain) return nullptr;
+  if (!plain) {
+    failure = DecryptionFailure::kNoMemory;
+    return nullptr;
+  }
 
   std::uint8_t key[kContainerKeySize];
   bool derived = deriveContainerKey(password, secrets.salt, sizeof secrets.salt, secrets.iterations, key);
   GcmDecryption gcm;
   bool started = derived && gcm.start(key, secrets.nonce);
   wipeSecret(key, sizeof key);  // the cipher keeps its own schedule, wiped when it is freed
-  if (!started) return nullptr;
+  if (!started) {
+    failure = DecryptionFailure::kCipher;
+    return nullptr;
+  }
   CipherSource source(inner, file_size);
   // Nothing decrypted leaves this function unless the tag matched.
-  if (!source.decryptInto(gcm, plain.get())) return nullptr;
+  failure = source.decryptInto(gcm, plain.get());
+  if (failure != DecryptionFailure::kNone) return nullptr;
   auto layer = std::make_unique<EncryptedStream>(header);
   layer->content()->adopt(std::move(plain), plain_size, plain_size);
   return layer;

@@ -41,12 +41,20 @@ class EncryptedStream : public Stream {
   std::unique_ptr<MemoryStream> content_ = std::make_unique<MemoryStream>();
 };
 
-// Builds the layer, or null on any failure (wrong type or version, container shorter than 68
-// bytes, short read, no memory for the plaintext, key derivation or cipher failure, tag
-// mismatch). Nothing is returned
-// unless the tag matches. The inner stream is only read: the caller keeps it and may close it
-// as soon as this returns. The result is positioned at the end of its content.
-std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& header,
-                                      std::string_view password);
+// Why a container was refused.
+enum class DecryptionFailure {
+  kNone,
+  kMalformed,     // wrong type or version, or shorter than its fixed fields and tag
+  kUnreadable,    // the container could not be read
+  kNoMemory,      // no memory for the plaintext
+  kCipher,        // the crypto library failed (or is missing)
+  kTagMismatch,   // the tag does not match: a wrong password, or damaged bytes
+};
+
+// Builds the layer, or null on any failure, whose reason goes to `why` when given. Nothing is
+// returned unless the tag matches. The inner stream is only read: the caller keeps it and may
+// close it as soon as this returns. The result is positioned at the end of its content.
+std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& header, std::string_view password,
+                                      DecryptionFailure* why = nullptr);
 
 }  // namespace qm

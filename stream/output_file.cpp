@@ -32,7 +32,10 @@ std::unique_ptr<OutputFile> OutputFile::create(const DirectoryHandle& directory,
     return output->file_ != nullptr;
   });
   if (!created) {
+    int reason = errno;
     output->done_ = true;  // nothing to remove
+    output.reset();
+    errno = reason;
     return nullptr;
   }
   return output;

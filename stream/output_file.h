@@ -25,7 +25,8 @@ class OutputFile {
   using SyncFunction = int (*)(int descriptor);
 
   // Opens the temporary file of `final_path` (relative to `directory`) for writing, replacing a
-  // leftover of an earlier run. Null when it cannot be created.
+  // leftover of an earlier run. Null, with the system's reason in errno, when it cannot be
+  // created.
   static std::unique_ptr<OutputFile> create(const DirectoryHandle& directory, std::string_view final_path,
                                             bool durable, SyncFunction sync = ::fsync);
   OutputFile(const OutputFile&) = delete;
