@@ -1,6 +1,9 @@
 #include "app/converter_job.h"
 
 #include "app/input_snapshot.h"
+#include <cerrno>
+#include <cstring>
+
 #include "base/log.h"
 #include "base/spare_processors.h"
 #include "finalize/finalize.h"
@@ -21,12 +24,19 @@ constexpr int kMaxContainerLayers = 32;
 
 int viewLength(std::string_view text) { return static_cast<int>(text.size()); }
 
+// One line saying why a file failed, where nothing else says it: "<file>: <reason>".
+void logReason(std::string_view path, const char* reason) {
+  QM_LOG_E("%.*s: %s", viewLength(path), path.data(), reason);
+}
+
 // The input as opened, with the buffering the options ask for: -1 buffers the whole file,
 // 0 reads straight from it, n reads ahead n bytes.
 std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_view input_path) {
   std::unique_ptr<Stream> input = job.root_directory->open(input_path, kOpenRead);
   if (!input) {
+    int reason = errno;
     QM_LOG_E("Could not open input file %.*s", viewLength(input_path), input_path.data());
+    logReason(input_path, std::strerror(reason));
     return nullptr;
   }
   std::int64_t buffer_size = job.options->buffer_size;
@@ -46,7 +56,35 @@ std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_v
     }
   }
   if (buffer_size <= 0) return input;
-  return BufferedStream::create(std::move(input), static_cast<std::size_t>(buffer_size));
+  std::unique_ptr<Stream> buffered = BufferedStream::create(std::move(input), static_cast<std::size_t>(buffer_size));
+  if (!buffered) logReason(input_path, "could not be read into memory");
+  return buffered;
+}
+
+const char* decryptionFailureText(DecryptionFailure failure) {
+  switch (failure) {
+    case DecryptionFailure::kMalformed:
+      return "the encrypted container is too short or of an unknown version";
+    case DecryptionFailure::kUnreadable:
+      return "the encrypted container could not be read";
+    case DecryptionFailure::kNoMemory:
+      return "not enough memory to decrypt it";
+    case DecryptionFailure::kCipher:
+      return "the crypto library failed to decrypt it";
+    case DecryptionFailure::kNone:
+    case DecryptionFailure::kTagMismatch:
+      break;
+  }
+  return "it could not be decrypted";
+}
+
+void logDecryptionFailure(std::string_view input_path, DecryptionFailure failure, std::uint32_t device_id) {
+  if (failure == DecryptionFailure::kTagMismatch) {
+    QM_LOG_E("%.*s: wrong password for device %X, or the file is damaged", viewLength(input_path), input_path.data(),
+             device_id);
+    return;
+  }
+  logReason(input_path, decryptionFailureText(failure));
 }
 
 // Peels container layers off the stream until plain content is left. Returns 0 with `current`
@@ -66,6 +104,7 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_pa
   for (int layers = 0; detectContainer(current.get(), &header) == 1; ++layers) {
     // Real files nest two or three layers; a container that unwraps to itself would never end.
     if (layers == kMaxContainerLayers) {
+      logReason(input_path, "containers nested more than 32 deep");
       current->close();
       return kConversionFailed;
     }
@@ -73,7 +112,10 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_pa
       QM_LOG_I("Found compressed file");
       // The compressed layer consumes the stream beneath it, also when it fails.
       current = openCompressed(std::move(current), header);
-      if (!current) return kNotDecompressed;
+      if (!current) {
+        logReason(input_path, "the compressed container is damaged");
+        return kNotDecompressed;
+      }
     } else if (header.container_type == kContainerEncrypted) {
       QM_LOG_I("Found encrypted file");
       const SmallString* password = job.options->password_store.findForDevice(header.device_id);
@@ -86,8 +128,10 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_pa
         current->close();
         return kNoPassword;
       }
-      std::unique_ptr<Stream> decrypted = openEncrypted(current.get(), header, password->view());
+      DecryptionFailure failure = DecryptionFailure::kNone;
+      std::unique_ptr<Stream> decrypted = openEncrypted(current.get(), header, password->view(), &failure);
       if (!decrypted) {
+        logDecryptionFailure(input_path, failure, header.device_id);
         current->close();
         return kNoPassword;
       }
@@ -95,6 +139,8 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_pa
       if (current->close() != 0) inner_close_failed = true;
       current = std::move(decrypted);
     } else {
+      QM_LOG_E("%.*s: unknown container type %u", viewLength(input_path), input_path.data(),
+               static_cast<unsigned>(header.container_type));
       current->close();
       return kConversionFailed;
     }
@@ -102,15 +148,38 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_pa
   return kConverted;
 }
 
-// The input is removed only after its output was written and the input closed cleanly.
-void deleteInput(const ConverterJob& job, std::string_view input_path) {
-  if (!job.root_directory->removeFile(input_path)) {
-    QM_LOG_E("Could not remove input file after conversion: %.*s", viewLength(input_path), input_path.data());
+// Why the innermost stream holds no MDF4 file that could be opened.
+void logWhyNotMdf(std::string_view input_path, Stream* content) {
+  constexpr std::string_view kFinalizedId = "MDF     ";
+  constexpr std::string_view kUnfinalizedId = "UnFinMF ";
+  char id[8];
+  if (streamSize(content) == 0) {
+    logReason(input_path, "the file is empty");
+  } else if (!setPosition(content, 0) || content->read(id, sizeof id) != static_cast<std::int64_t>(sizeof id) ||
+             (std::string_view(id, sizeof id) != kFinalizedId && std::string_view(id, sizeof id) != kUnfinalizedId)) {
+    logReason(input_path, "not an MDF4 file");
+  } else {
+    logReason(input_path, "its MDF4 blocks could not be read");
   }
 }
 
+// The input is removed only after its output was written and the input closed cleanly.
+void deleteInput(const ConverterJob& job, std::string_view input_path) {
+  if (!job.root_directory->removeFile(input_path)) {
+    int reason = errno;
+    QM_LOG_E("Could not remove input file after conversion: %.*s", viewLength(input_path), input_path.data());
+    logReason(input_path, std::strerror(reason));
+  }
+}
+
+// One line for everything a conversion had to leave out.
+void logLosses(std::string_view input_path, const LossReport& losses) {
+  QM_LOG_E("Data lost converting %.*s: %s", viewLength(input_path), input_path.data(),
+           describeLosses(losses).c_str());
+}
+
 std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path, std::string_view output_stem,
-                            const InputSnapshot& input) {
+                            const InputSnapshot& input, ConversionNotes& notes) {
   std::unique_ptr<Stream> current = openBufferedInput(job, input_path);
   if (!current) return kConversionFailed;
 
@@ -122,11 +191,13 @@ std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path
   std::unique_ptr<MdfFile> file = MdfFile::open(current.get(), &finalizeLoadHooks());
   if (!file || !file->header()) {
     file.reset();
+    logWhyNotMdf(input_path, current.get());
     current->close();
     return kConversionFailed;
   }
 
-  bool converted = openOutput(job, output_stem, *file, &input);
+  LossReport losses;
+  bool converted = openOutput(job, output_stem, *file, &input, &losses);
 
   if (current->close() != 0 || inner_close_failed) {
     QM_LOG_E("Could not close input file after conversion: %.*s", viewLength(input_path), input_path.data());
@@ -135,7 +206,13 @@ std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path
     return kConversionFailed;
   }
   if (!converted) return kConversionFailed;
-  if (job.options->delete_converted) deleteInput(job, input_path);
+  if (losses.any()) {
+    // The output is what could be saved; the input still holds the rest.
+    logLosses(input_path, losses);
+    notes.lossy = true;
+    return kConverted;
+  }
+  if (job.options->delete_converted && !notes.keep_input) deleteInput(job, input_path);
   return kConverted;
 }
 
@@ -147,17 +224,34 @@ std::unique_ptr<ConverterJob> ConverterJob::create(DirectoryHandle* root, Direct
   return std::unique_ptr<ConverterJob>(new ConverterJob{root, output, options});
 }
 
-bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& file, const InputSnapshot* input) {
-  SmallString output_path(output_stem);
-  output_path.append(kOutputSuffix);
-  // Only an output whose input is about to be removed needs to be on the disk before that.
-  std::unique_ptr<OutputFile> output =
-      OutputFile::create(*job.output_root, output_path.view(), job.options->delete_converted);
-  if (!output) {
-    QM_LOG_E("Could not open output file for finalization: %s", output_path.c_str());
+// A folder (or anything but a file) where the output goes would only refuse it at the rename,
+// after all the work.
+bool outputPlaceTaken(const ConverterJob& job, std::string_view output_path, int* reason) {
+  DirectoryEntry entry;
+  if (!job.output_root->stat(output_path, &entry) || entry.type == kEntryMissing || entry.type == kEntryFile) {
     return false;
   }
-  finalize(&file);
+  *reason = entry.type == kEntryDirectory ? EISDIR : EEXIST;
+  return true;
+}
+
+bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& file, const InputSnapshot* input,
+                LossReport* losses) {
+  SmallString output_path(output_stem);
+  output_path.append(kOutputSuffix);
+  int reason = 0;
+  std::unique_ptr<OutputFile> output;
+  if (!outputPlaceTaken(job, output_path.view(), &reason)) {
+    // Only an output whose input is about to be removed needs to be on the disk before that.
+    output = OutputFile::create(*job.output_root, output_path.view(), job.options->delete_converted);
+    reason = errno;
+  }
+  if (!output) {
+    QM_LOG_E("Could not open output file for finalization: %s", output_path.c_str());
+    logReason(output_path.view(), std::strerror(reason));
+    return false;
+  }
+  finalize(&file, losses);
   bool saved = saveFinalized(&file, output->stream());
   // Bytes read from an input that shrank under us are zeros, not data; an input that changed
   // after it was read is not what the output holds.
@@ -169,13 +263,16 @@ bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& 
   return output->commit();
 }
 
-std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, std::string_view output_stem) {
+std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, std::string_view output_stem,
+                         ConversionNotes* notes) {
   if (!job) return kConversionFailed;
+  ConversionNotes ignored;
+  if (notes == nullptr) notes = &ignored;
   RunningConversion running;
   // Outlives every mapping of this conversion's input.
   MappingFaultWatch watch;
   InputSnapshot input(*job->root_directory, input_path);
-  std::int32_t result = convertWatched(*job, input_path, output_stem, input);
+  std::int32_t result = convertWatched(*job, input_path, output_stem, input, *notes);
   if (watch.pagesLost() || (result != kConverted && input.changed())) {
     QM_LOG_E("Input file changed during conversion: %.*s", viewLength(input_path), input_path.data());
     return kConversionFailed;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "app/run_context.h"
+#include "finalize/record_loss.h"
 
 namespace qm {
 
@@ -33,12 +34,21 @@ struct ConverterJob {
                                               const ConversionOptions* options);
 };
 
+// What the walk tells one conversion beyond its paths, and hears back from it.
+struct ConversionNotes {
+  bool keep_input = false;  // in: never removed, as another input gives the same output
+  bool lossy = false;       // out: converted, but complete records had to be left out
+};
+
 // Converts one input (relative to the root) into `<output_stem>_fin.MF4` under the output root.
-std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, std::string_view output_stem);
+// A conversion that drops records logs what it lost and keeps its input.
+std::int32_t convertFile(const ConverterJob* job, std::string_view input_path, std::string_view output_stem,
+                         ConversionNotes* notes = nullptr);
 
 // Opens the output, finalizes the file and saves it; the output is closed before returning. It
-// is committed only if the input (when given) is still as it was when it was read.
+// is committed only if the input (when given) is still as it was when it was read. Records the
+// sort dropped go into `losses`, when given.
 bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& file,
-                const InputSnapshot* input = nullptr);
+                const InputSnapshot* input = nullptr, LossReport* losses = nullptr);
 
 }  // namespace qm

@@ -11,13 +11,16 @@ void countFile(const ConverterJob& job, std::string_view path, std::int64_t size
   totals.bytes += static_cast<std::uint64_t>(size > 0 ? size : 0);
 }
 
-void countFolder(const ConverterJob& job, std::string_view folder, InputTotals& totals) {
+void countFolder(const ConverterJob& job, const OwnOutputFolders& own_outputs, std::string_view folder,
+                 InputTotals& totals) {
   std::vector<DirectoryEntry> entries;
   job.root_directory->listQuietly(folder, &entries);
   for (const DirectoryEntry& entry : entries) {
     SmallString path = joinPath(folder, entry.name.view());
     if (entry.type == kEntryFile) countFile(job, path.view(), entry.size, totals);
-    if (entry.type == kEntryDirectory) countFolder(job, path.view(), totals);
+    if (entry.type == kEntryDirectory && !own_outputs.contains(path.view())) {
+      countFolder(job, own_outputs, path.view(), totals);
+    }
   }
 }
 
@@ -25,11 +28,12 @@ void countFolder(const ConverterJob& job, std::string_view folder, InputTotals& 
 
 InputTotals countInputs(const ConverterJob& job, const std::vector<SmallString>& inputs) {
   InputTotals totals;
+  const OwnOutputFolders own_outputs(job, inputs);
   for (const SmallString& name : inputs) {
     DirectoryEntry entry;
     if (!job.root_directory->stat(name.view(), &entry)) continue;
     if (entry.type == kEntryFile) countFile(job, name.view(), entry.size, totals);
-    if (entry.type == kEntryDirectory) countFolder(job, name.view(), totals);
+    if (entry.type == kEntryDirectory) countFolder(job, own_outputs, name.view(), totals);
   }
   return totals;
 }

@@ -1,6 +1,8 @@
 #include "app/input_walk.h"
 
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 
 #include "base/log.h"
 #include "stream/mapped_blocks.h"
@@ -9,11 +11,6 @@ namespace qm {
 namespace {
 
 int viewLength(std::string_view text) { return static_cast<int>(text.size()); }
-
-std::string_view withoutExtension(std::string_view path) {
-  std::size_t dot = path.rfind('.');
-  return dot == std::string_view::npos ? path : path.substr(0, dot);
-}
 
 std::string_view directoryPart(std::string_view path) {
   std::size_t slash = path.rfind('/');
@@ -31,15 +28,22 @@ void reportFailure(std::string_view input_path) {
 }
 
 std::int32_t convertAndReport(const ConverterJob& job, std::string_view input_path, std::string_view output_stem,
-                              ProgressDisplay* progress, std::int64_t size) {
+                              ProgressDisplay* progress, std::int64_t size, bool keep_input) {
   if (progress) progress->fileStarted(input_path);
-  std::int32_t result = convertFile(&job, input_path, output_stem);
-  if (progress) progress->fileFinished(size, result == 0);
+  ConversionNotes notes;
+  notes.keep_input = keep_input;
+  std::int32_t result = convertFile(&job, input_path, output_stem, &notes);
+  if (progress) progress->fileFinished(size, result == 0, notes.lossy);
   if (result != 0) reportFailure(input_path);
   return result;
 }
 
 }  // namespace
+
+std::string_view withoutExtension(std::string_view path) {
+  std::size_t dot = path.rfind('.');
+  return dot == std::string_view::npos ? path : path.substr(0, dot);
+}
 
 SmallString joinPath(std::string_view directory, std::string_view name) {
   SmallString path(directory);
@@ -114,26 +118,53 @@ std::int32_t InputWalk::walkFile(std::string_view input_path, std::string_view o
     if (progress_) progress_->fileFinished(size, false);
     return kConversionFailed;
   }
+  const bool keep_input = twins_.contains(input_path);
   if (!pool_) {
     keepWithinBudget(sharedBlockCache(), conversionMemoryEstimate(input_path, size), job_.options->memory_budget);
-    return convertAndReport(job_, input_path, stem, progress_, size);
+    return convertAndReport(job_, input_path, stem, progress_, size, keep_input);
   }
   pool_->submit(conversionMemoryEstimate(input_path, size),
-                [this, input = SmallString(input_path), output_stem = SmallString(stem), size] {
-                  if (convertAndReport(job_, input.view(), output_stem.view(), progress_, size) != 0) pool_failed_ = true;
+                [this, input = SmallString(input_path), output_stem = SmallString(stem), size, keep_input] {
+                  if (convertAndReport(job_, input.view(), output_stem.view(), progress_, size, keep_input) != 0) {
+                    pool_failed_ = true;
+                  }
                 });
   return 0;
 }
 
 std::int32_t InputWalk::walkFolder(std::string_view input_path, std::string_view output_path) {
   std::vector<DirectoryEntry> entries;
-  job_.root_directory->list(input_path, &entries);
+  if (!job_.root_directory->list(input_path, &entries)) {
+    // A folder skipped in silence would be skipped by every later run too.
+    int reason = errno;
+    QM_LOG_E("Could not list folder %.*s: %s", viewLength(input_path), input_path.data(), std::strerror(reason));
+    return kConversionFailed;
+  }
   claims_.notePendingFolder(*job_.root_directory, input_path, entries);
+  noteTwins(input_path, entries);
   std::int32_t result = 0;
   for (const DirectoryEntry& entry : entries) {
-    result |= walkEntry(joinPath(input_path, entry.name.view()).view(), joinPath(output_path, entry.name.view()).view());
+    SmallString path = joinPath(input_path, entry.name.view());
+    if (entry.type == kEntryDirectory && own_outputs_.contains(path.view())) continue;
+    result |= walkEntry(path.view(), joinPath(output_path, entry.name.view()).view());
   }
   return result;
+}
+
+void InputWalk::noteTwins(std::string_view folder, const std::vector<DirectoryEntry>& files) {
+  HashMap<SmallString, SmallString> first_of_stem;  // stem -> the first input with it
+  for (const DirectoryEntry& entry : files) {
+    if (entry.type != kEntryFile) continue;
+    SmallString path = joinPath(folder, entry.name.view());
+    if (!isFileToConvert(job_, path.view())) continue;
+    std::string_view stem = withoutExtension(path.view());
+    if (const SmallString* first = first_of_stem.find(stem)) {
+      twins_.insert(first->view(), true);
+      twins_.insert(path.view(), true);
+    } else {
+      first_of_stem.insert(stem, path);
+    }
+  }
 }
 
 std::int32_t InputWalk::walkEntry(std::string_view input_path, std::string_view output_path) {
@@ -171,12 +202,16 @@ bool InputWalk::run(const std::vector<SmallString>& inputs) {
 
 bool InputWalk::walkInputs(const std::vector<SmallString>& inputs) {
   // Files named on the command line are still to be converted too, until their turn comes.
+  std::vector<DirectoryEntry> named_files;
   for (const SmallString& name : inputs) {
     DirectoryEntry entry;
     if (job_.root_directory->stat(name.view(), &entry) && entry.type == kEntryFile) {
       claims_.notePendingFile(*job_.root_directory, name.view());
+      entry.name = name;
+      named_files.push_back(std::move(entry));
     }
   }
+  noteTwins("", named_files);
   bool failed = false;
   for (const SmallString& name : inputs) {
     SmallString output = name;
@@ -203,7 +238,7 @@ std::uint64_t conversionMemoryEstimate(std::string_view input_path, std::int64_t
 }
 
 bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs, ProgressDisplay* progress) {
-  InputWalk walk(job, progress);
+  InputWalk walk(job, inputs, progress);
   return walk.run(inputs);
 }
 

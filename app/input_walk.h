@@ -8,6 +8,7 @@
 #include "app/conversion_pool.h"
 #include "app/converter_job.h"
 #include "app/output_claims.h"
+#include "app/own_output_folders.h"
 #include "app/progress_display.h"
 
 namespace qm {
@@ -20,7 +21,8 @@ bool runInputs(const ConverterJob& job, const std::vector<SmallString>& inputs, 
 // gathered when all have finished.
 class InputWalk {
  public:
-  explicit InputWalk(const ConverterJob& job, ProgressDisplay* progress = nullptr) : job_(job), progress_(progress) {}
+  InputWalk(const ConverterJob& job, const std::vector<SmallString>& inputs, ProgressDisplay* progress = nullptr)
+      : job_(job), progress_(progress), own_outputs_(job, inputs) {}
   // True when any input failed.
   bool run(const std::vector<SmallString>& inputs);
 
@@ -31,10 +33,15 @@ class InputWalk {
   std::int32_t walkFile(std::string_view input_path, std::string_view output_path, const DirectoryEntry& input);
   std::int32_t walkFolder(std::string_view input_path, std::string_view output_path);
   bool walkInputs(const std::vector<SmallString>& inputs);
+  // Inputs that give one output (x.MF4 and x.MFC): only the first is converted, and neither
+  // is ever removed, so that no later run can replace the first one's output with the second.
+  void noteTwins(std::string_view folder, const std::vector<DirectoryEntry>& files);
 
   const ConverterJob& job_;
   ProgressDisplay* progress_;  // borrowed; null when no progress is shown
   OutputClaims claims_;
+  OwnOutputFolders own_outputs_;
+  HashMap<SmallString, bool> twins_;  // inputs, as the walk names them, that share an output
   ConversionPool* pool_ = nullptr;
   std::atomic<bool> pool_failed_{false};
 };
@@ -56,6 +63,9 @@ bool isFileToConvert(const ConverterJob& job, std::string_view input_path);
 // The output name of an input given on the command line: "_out" goes in front of the first "/"
 // of a folder's name (or at its end).
 SmallString outputNameForFolder(std::string_view name);
+
+// The part of a path before its extension.
+std::string_view withoutExtension(std::string_view path);
 
 // Creates each folder of `directory_path` under the output root; stops at the first failure.
 void makeOutputDirectories(const DirectoryHandle& output_root, std::string_view directory_path);

@@ -34,12 +34,12 @@ void ProgressDisplay::fileStarted(std::string_view input_path) {
   redrawIfDue();
 }
 
-void ProgressDisplay::fileFinished(std::int64_t size, bool converted) {
+void ProgressDisplay::fileFinished(std::int64_t size, bool converted, bool lossy) {
   auto bytes = static_cast<std::uint64_t>(size > 0 ? size : 0);
   std::lock_guard<std::mutex> lock(mutex_);
   counts_.bytes_done += bytes;
   if (converted) {
-    ++counts_.files_converted;
+    ++(lossy ? counts_.files_lossy : counts_.files_converted);
     counts_.bytes_converted += bytes;
   } else {
     ++counts_.files_failed;

@@ -26,7 +26,8 @@ class ProgressDisplay {
 
   // Any worker may call these.
   void fileStarted(std::string_view input_path);
-  void fileFinished(std::int64_t size, bool converted);
+  // `lossy`: converted, but with records left out; counted apart from the clean conversions.
+  void fileFinished(std::int64_t size, bool converted, bool lossy = false);
   // A file that was counted but that the walk chose not to convert.
   void fileSkipped(std::int64_t size);
 

@@ -43,8 +43,9 @@ class DataSafety : public ::testing::Test {
   TempDir dir_;
 };
 
-// Two recordings that share a stem: the first keeps its output, the second is not converted and
-// stays, even with deletion asked for, and the run says so.
+// Two recordings that share a stem: the first keeps its output, the second is not converted, and
+// both stay, even with deletion asked for, so that no later run can put the second one's data
+// in place of the first one's output. The run says so.
 TEST_F(DataSafety, InputsSharingAStemNeverShareAnOutput) {
   for (bool append_root : {false, true}) {
     SCOPED_TRACE(append_root ? "into logs_out" : "into logs (-X)");
@@ -60,7 +61,7 @@ TEST_F(DataSafety, InputsSharingAStemNeverShareAnOutput) {
 
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(read(out + "/x_fin.MF4"), expected);
-    EXPECT_FALSE(exists("logs/x.MF4"));
+    EXPECT_TRUE(exists("logs/x.MF4"));
     EXPECT_TRUE(exists("logs/x.MFC"));
     EXPECT_NE(r.err.find(" E Not converting logs/x.MFC: its output " + out +
                          "/x_fin.MF4 is already the output of logs/x.MF4\n"),

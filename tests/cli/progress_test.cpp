@@ -127,7 +127,7 @@ TEST_F(Progress, NonInteractiveOnATerminalPrintsOnlyTheLogLines) {
   EXPECT_EQ(strippedLines(terminal.screen),
             "W Failed to open password file at passwords.json\n"
             "I ls: logs\n"
-            "E Error during conversion of logs/broken.MF4\n"
+            "E logs/broken.MF4: not an MDF4 file\n" "E Error during conversion of logs/broken.MF4\n"
             "I ls: logs/sub\n");
 }
 
@@ -167,11 +167,11 @@ TEST_P(ProgressWithoutTerminal, StandardErrorIsUnchanged) {
 
 INSTANTIATE_TEST_SUITE_P(
     Verbosity, ProgressWithoutTerminal,
-    ::testing::Values(std::pair<std::string, std::string>{"1", "E Error during conversion of logs/broken.MF4\n"},
+    ::testing::Values(std::pair<std::string, std::string>{"1", "E logs/broken.MF4: not an MDF4 file\n" "E Error during conversion of logs/broken.MF4\n"},
                       std::pair<std::string, std::string>{"3",
                                                           "W Failed to open password file at passwords.json\n"
                                                           "I ls: logs\n"
-                                                          "E Error during conversion of logs/broken.MF4\n"
+                                                          "E logs/broken.MF4: not an MDF4 file\n" "E Error during conversion of logs/broken.MF4\n"
                                                           "I ls: logs/sub\n"}));
 
 }  // namespace
