@@ -1,6 +1,7 @@
 #include "finalize/record_reader.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 #include "mdf/data_group_block.h"
@@ -29,6 +30,29 @@ bool startsBlock(const std::uint8_t* bytes, std::uint64_t left) {
   std::uint64_t length = littleEndianValue(bytes + 8, 8);
   return bytes[0] == '#' && bytes[1] == '#' && upper(bytes[2]) && upper(bytes[3]) && bytes[4] == 0 && bytes[5] == 0 &&
          bytes[6] == 0 && bytes[7] == 0 && length >= kBytesToTellABlock && length <= left;
+}
+
+std::optional<std::uint64_t> findBlockStart(const std::uint8_t* bytes, std::uint64_t window, std::uint64_t left) {
+  for (std::uint64_t at = 0; at + kBytesToTellABlock <= window; ++at) {
+    const void* mark = std::memchr(bytes + at, '#', static_cast<std::size_t>(window - kBytesToTellABlock + 1 - at));
+    if (mark == nullptr) break;
+    at = static_cast<std::uint64_t>(static_cast<const std::uint8_t*>(mark) - bytes);
+    if (startsBlock(bytes + at, left - at)) return at;
+  }
+  return std::nullopt;
+}
+
+void endDropAtBlock(ScanEnd& end, const std::uint8_t* bytes, std::uint64_t block_offset) {
+  // Blocks start on 8-byte boundaries; the zeros before one are padding, not records.
+  constexpr std::uint64_t kBlockAlignment = 8;
+  bool padding = block_offset < kBlockAlignment;
+  for (std::uint64_t i = 0; padding && i < block_offset; ++i) padding = bytes[i] == 0;
+  end.left = block_offset;
+  if (padding) {
+    end.kind = ScanEnd::kEndOfData;
+  } else if (end.kind == ScanEnd::kPastEnd && block_offset <= kLargestTornRecord) {
+    end.kind = ScanEnd::kTornRecord;
+  }
 }
 
 ScanEnd scanEndAt(std::size_t id_size, RecordLayoutLookup& lookup, const std::uint8_t* bytes, std::uint64_t left,
@@ -113,6 +137,27 @@ void RecordIterator::noteEnd() {
     return;
   }
   end_ = scanEndAt(id_size, lookup_, bytes, left, reader_.position());
+  if (end_.dropsData()) findRecordsEnd();
+}
+
+void RecordIterator::findRecordsEnd() {
+  // Piece by piece, each overlapping the next by a block header less one byte, so that no
+  // header is missed at a seam.
+  constexpr std::uint64_t kSearchPiece = DataSectionReader::kPieceSize;
+  const std::uint64_t left = end_.left;
+  for (std::uint64_t searched = 0; left - searched >= kBytesToTellABlock;) {
+    const std::uint64_t window = std::min(left - searched, kSearchPiece);
+    const std::uint8_t* bytes = reader_.ensure(window);
+    if (bytes == nullptr) return;
+    if (std::optional<std::uint64_t> block = findBlockStart(bytes, window, left - searched)) {
+      // Padding is short enough to lie in the first piece.
+      endDropAtBlock(end_, bytes - searched, searched + *block);
+      return;
+    }
+    const std::uint64_t step = window - (kBytesToTellABlock - 1);
+    reader_.consume(static_cast<std::size_t>(step));
+    searched += step;
+  }
 }
 
 }  // namespace qm

@@ -45,6 +45,15 @@ inline constexpr std::uint64_t kBytesToTellABlock = 24;
 // capitals, zero reserved bytes, a length that fits) rather than records.
 bool startsBlock(const std::uint8_t* bytes, std::uint64_t left);
 
+// Where the first block header starts among the first `window` of `left` bytes (one that starts
+// there but does not end inside the window is not looked at); none when there is none.
+std::optional<std::uint64_t> findBlockStart(const std::uint8_t* bytes, std::uint64_t window, std::uint64_t left);
+
+// The records of a stretched last data block end where the blocks written after it begin: what a
+// scan drops reaches only up to there, and a scan stopped right there (or only padding before
+// it) dropped nothing. `bytes` are those from where the scan stopped.
+void endDropAtBlock(ScanEnd& end, const std::uint8_t* bytes, std::uint64_t block_offset);
+
 // Why no record can be read from `bytes` (`left` of them up to the end of the data), which lie
 // at `offset`.
 ScanEnd scanEndAt(std::size_t id_size, RecordLayoutLookup& lookup, const std::uint8_t* bytes, std::uint64_t left,
@@ -130,6 +139,7 @@ class RecordIterator {
   ScanEnd end_;
 
   void noteEnd();
+  void findRecordsEnd();
 };
 
 inline std::uint64_t littleEndianValue(const std::uint8_t* bytes, std::size_t n) {

@@ -143,12 +143,23 @@ void noteLoss(const ScanEnd& end, LossReport* report) {
   report->losses.push_back(loss);
 }
 
+ScanEnd collectInMemory(const DataGroupBlock& group, const SectionInMemory& section, const SortTable& table) {
+  ScanEnd end = collectPlacesInParallel(group, section, table);
+  if (end.dropsData()) {
+    const std::uint8_t* dropped = section.memory.data + end.offset;
+    if (std::optional<std::uint64_t> block = findBlockStart(dropped, end.left, end.left)) {
+      endDropAtBlock(end, dropped, *block);
+    }
+  }
+  return end;
+}
+
 }  // namespace
 
 SortTable collectPayloads(const DataGroupBlock& group, LossReport* report) {
   std::optional<SectionInMemory> section = dataSectionInMemory(group);
   SortTable table = makeSortTable(group, section ? section->memory : ByteView{});
-  noteLoss(section ? collectPlacesInParallel(group, *section, table) : collectCopies(group, table), report);
+  noteLoss(section ? collectInMemory(group, *section, table) : collectCopies(group, table), report);
   return table;
 }
 

@@ -63,6 +63,24 @@ TEST_F(LogTest, LongMessageIsCutAtFiveHundredTen) {
   EXPECT_EQ(captured_.lines[0][509], 'x');
 }
 
+TEST_F(LogTest, ControlCharactersAreEscapedAndPrintableTextKept) {
+  setLogThreshold(1);
+  QM_LOG_E("Unable to load block header for type %s", "X\nFAKE\x1b[31m\x7f\tend");
+  QM_LOG_E("%s", "Messwerte_\xc3\xa4\xe6\x97\xa5.MF4");  // UTF-8 passes unchanged
+  ASSERT_EQ(captured_.lines.size(), 2u);
+  const std::string& line = captured_.lines[0];
+  EXPECT_EQ(line.substr(line.find(" E ")), " E Unable to load block header for type X\\x0aFAKE\\x1b[31m\\x7f\\x09end\n");
+  EXPECT_EQ(captured_.lines[1].substr(captured_.lines[1].find(" E ")), " E Messwerte_\xc3\xa4\xe6\x97\xa5.MF4\n");
+
+  // Escapes near the limit are written whole or not at all, and the line stays one line.
+  std::string controls(600, '\x1b');
+  QM_LOG_E("%s", controls.c_str());
+  const std::string& cut = captured_.lines[2];
+  EXPECT_LE(cut.size(), 511u);
+  EXPECT_EQ(cut.find('\x1b'), std::string::npos);
+  EXPECT_EQ(cut.substr(cut.size() - 5), "\\x1b\n");
+}
+
 TEST_F(LogTest, LevelLetters) {
   EXPECT_EQ(logLevelLetter(1), 'V');
   EXPECT_EQ(logLevelLetter(3), 'I');
