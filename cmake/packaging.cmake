@@ -37,10 +37,9 @@ under an output folder, mirroring folder trees.")
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-# Depends is worked out by dpkg-shlibdeps from the libraries the program links, plus libcrypto,
-# which it loads only when an encrypted container needs it.
+# Depends is worked out by dpkg-shlibdeps from the libraries the program links (libcrypto among
+# them).
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libssl3 (>= 3.0.0)")
 # The build keeps debug information; the package does not need it.
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)

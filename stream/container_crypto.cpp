@@ -1,10 +1,9 @@
 #include "stream/container_crypto.h"
 
+#include <openssl/evp.h>
 #include <string.h>
 
 #include <climits>
-
-#include "stream/crypto_library.h"
 
 namespace qm {
 namespace {
@@ -22,33 +21,30 @@ bool deriveContainerKey(std::string_view password, const std::uint8_t* salt, std
   if (password.size() > INT_MAX || salt_size > INT_MAX || iterations > INT_MAX) return false;
   // A count of 0 derives as 1 does: the first HMAC round always runs.
   int rounds = iterations == 0 ? 1 : static_cast<int>(iterations);
-  const CryptoLibrary* crypto = cryptoLibrary();
-  return crypto && crypto->pbkdf2_hmac(password.data(), static_cast<int>(password.size()), salt, static_cast<int>(salt_size),
-                           rounds, crypto->sha256(), static_cast<int>(kContainerKeySize),
-                           key) == 1;
+  return PKCS5_PBKDF2_HMAC(password.data(), static_cast<int>(password.size()), salt, static_cast<int>(salt_size), rounds,
+                           EVP_sha256(), static_cast<int>(kContainerKeySize), key) == 1;
 }
 
 void wipeSecret(void* data, std::size_t size) { explicit_bzero(data, size); }
 
-GcmDecryption::GcmDecryption()
-    : crypto_(cryptoLibrary()), context_(crypto_ ? crypto_->cipher_context_new() : nullptr) {}
+GcmDecryption::GcmDecryption() : context_(EVP_CIPHER_CTX_new()) {}
 
 GcmDecryption::~GcmDecryption() {
-  if (context_) crypto_->cipher_context_free(cipherContext(context_));
+  if (context_) EVP_CIPHER_CTX_free(cipherContext(context_));
 }
 
 bool GcmDecryption::start(const std::uint8_t key[kContainerKeySize], const std::uint8_t nonce[kGcmNonceSize]) {
   EVP_CIPHER_CTX* context = cipherContext(context_);
   // The cipher first, then the nonce length (12 is the default, set anyway), then key and nonce.
-  return context && crypto_->decrypt_init(context, crypto_->aes_256_gcm(), nullptr, nullptr, nullptr) == 1 &&
-         crypto_->cipher_context_ctrl(context, EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(kGcmNonceSize), nullptr) == 1 &&
-         crypto_->decrypt_init(context, nullptr, nullptr, key, nonce) == 1;
+  return context && EVP_DecryptInit_ex(context, EVP_aes_256_gcm(), nullptr, nullptr, nullptr) == 1 &&
+         EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(kGcmNonceSize), nullptr) == 1 &&
+         EVP_DecryptInit_ex(context, nullptr, nullptr, key, nonce) == 1;
 }
 
 bool GcmDecryption::addAuthenticatedData(const std::uint8_t* data, std::size_t size) {
   int ignored = 0;
   return context_ && size <= kLargestStep &&
-         crypto_->decrypt_update(cipherContext(context_), nullptr, &ignored, data, static_cast<int>(size)) == 1;
+         EVP_DecryptUpdate(cipherContext(context_), nullptr, &ignored, data, static_cast<int>(size)) == 1;
 }
 
 bool GcmDecryption::update(const std::uint8_t* input, std::size_t size, std::uint8_t* output) {
@@ -56,7 +52,7 @@ bool GcmDecryption::update(const std::uint8_t* input, std::size_t size, std::uin
   while (size != 0) {
     std::size_t step = size < kLargestStep ? size : kLargestStep;
     int produced = 0;
-    if (crypto_->decrypt_update(cipherContext(context_), output, &produced, input, static_cast<int>(step)) != 1 ||
+    if (EVP_DecryptUpdate(cipherContext(context_), output, &produced, input, static_cast<int>(step)) != 1 ||
         static_cast<std::size_t>(produced) != step) {
       return false;
     }
@@ -75,18 +71,18 @@ bool GcmDecryption::finishAndCheckTag(const std::uint8_t tag[kGcmTagSize]) {
   for (std::size_t i = 0; i < kGcmTagSize; ++i) expected[i] = tag[i];
   std::uint8_t rest[16];
   int produced = 0;
-  return crypto_->cipher_context_ctrl(context, EVP_CTRL_GCM_SET_TAG, static_cast<int>(kGcmTagSize), expected) == 1 &&
-         crypto_->decrypt_final(context, rest, &produced) == 1 && produced == 0;
+  return EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_SET_TAG, static_cast<int>(kGcmTagSize), expected) == 1 &&
+         EVP_DecryptFinal_ex(context, rest, &produced) == 1 && produced == 0;
 }
 
 namespace {
 
-bool encryptSteps(const CryptoLibrary& crypto, EVP_CIPHER_CTX* context, const std::uint8_t* plain, std::size_t size,
+bool encryptSteps(EVP_CIPHER_CTX* context, const std::uint8_t* plain, std::size_t size,
                   std::uint8_t* cipher) {
   while (size != 0) {
     std::size_t step = size < kLargestStep ? size : kLargestStep;
     int produced = 0;
-    if (crypto.encrypt_update(context, cipher, &produced, plain, static_cast<int>(step)) != 1) return false;
+    if (EVP_EncryptUpdate(context, cipher, &produced, plain, static_cast<int>(step)) != 1) return false;
     plain += step;
     cipher += step;
     size -= step;
@@ -99,21 +95,19 @@ bool encryptSteps(const CryptoLibrary& crypto, EVP_CIPHER_CTX* context, const st
 bool gcmEncrypt(const std::uint8_t key[kContainerKeySize], const std::uint8_t nonce[kGcmNonceSize],
                 const std::uint8_t* aad, std::size_t aad_size, const std::uint8_t* plain, std::size_t size,
                 std::uint8_t* cipher, std::uint8_t tag[kGcmTagSize]) {
-  const CryptoLibrary* crypto = cryptoLibrary();
-  if (!crypto) return false;
-  EVP_CIPHER_CTX* context = crypto->cipher_context_new();
+  EVP_CIPHER_CTX* context = EVP_CIPHER_CTX_new();
   std::uint8_t rest[16];
   int produced = 0;
   int ignored = 0;
   bool ok = context && aad_size <= kLargestStep &&
-            crypto->encrypt_init(context, crypto->aes_256_gcm(), nullptr, nullptr, nullptr) == 1 &&
-            crypto->cipher_context_ctrl(context, EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(kGcmNonceSize), nullptr) == 1 &&
-            crypto->encrypt_init(context, nullptr, nullptr, key, nonce) == 1 &&
-            crypto->encrypt_update(context, nullptr, &ignored, aad, static_cast<int>(aad_size)) == 1 &&
-            encryptSteps(*crypto, context, plain, size, cipher) &&
-            crypto->encrypt_final(context, rest, &produced) == 1 &&
-            crypto->cipher_context_ctrl(context, EVP_CTRL_GCM_GET_TAG, static_cast<int>(kGcmTagSize), tag) == 1;
-  if (context) crypto->cipher_context_free(context);
+            EVP_EncryptInit_ex(context, EVP_aes_256_gcm(), nullptr, nullptr, nullptr) == 1 &&
+            EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(kGcmNonceSize), nullptr) == 1 &&
+            EVP_EncryptInit_ex(context, nullptr, nullptr, key, nonce) == 1 &&
+            EVP_EncryptUpdate(context, nullptr, &ignored, aad, static_cast<int>(aad_size)) == 1 &&
+            encryptSteps(context, plain, size, cipher) &&
+            EVP_EncryptFinal_ex(context, rest, &produced) == 1 &&
+            EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_GCM_GET_TAG, static_cast<int>(kGcmTagSize), tag) == 1;
+  if (context) EVP_CIPHER_CTX_free(context);
   return ok;
 }
 

@@ -1,15 +1,12 @@
 #pragma once
 // The cryptography of encrypted containers: the key from the device's password
 // (PBKDF2-HMAC-SHA-256) and AES-256-GCM decryption with additional data and a tag check. The
-// crypto library is reached only through this file, so no other code depends on its headers;
-// where the library is missing, every function here fails and only encrypted containers do.
+// crypto library is reached only through this file, so no other code depends on its headers.
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 
 namespace qm {
-
-struct CryptoLibrary;
 
 inline constexpr std::size_t kContainerKeySize = 32;
 inline constexpr std::size_t kGcmNonceSize = 12;
@@ -40,8 +37,7 @@ class GcmDecryption {
   bool finishAndCheckTag(const std::uint8_t tag[kGcmTagSize]);
 
  private:
-  const CryptoLibrary* crypto_;  // null when the library is missing: every step then fails
-  void* context_;                // the library's cipher context
+  void* context_;  // the library's cipher context; null when it could not be made
 };
 
 // The writing side, for the tools and tests that make containers: encrypts size bytes of
