@@ -75,22 +75,48 @@ void putContext(LogLine& line, int level) {
   putChar(line, ' ');
 }
 
-// Bytes from a file or a file name must not break a line apart, forge another one or drive the
-// terminal: control characters are written as \xNN. Everything else, UTF-8 included, is kept.
-void putEscaped(LogLine& line, const char* text, std::size_t size) {
+// Length of the well-formed UTF-8 character at `text` (at most `size` bytes) that a terminal
+// prints as text, or 0 for a byte that is not one: a stray byte, an overlong or cut sequence,
+// or a C1 control (U+0080..U+009F), which terminals obey like ESC.
+std::size_t printableUtf8Length(const unsigned char* text, std::size_t size) {
+  unsigned char lead = text[0];
+  std::size_t length = lead >= 0xF0 && lead <= 0xF4 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 && lead < 0xE0 ? 2 : 0;
+  if (length == 0 || length > size) return 0;
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((text[i] & 0xC0) != 0x80) return 0;
+  }
+  if (lead == 0xC2 && text[1] < 0xA0) return 0;                                   // C1 controls
+  if ((lead == 0xE0 && text[1] < 0xA0) || (lead == 0xF0 && text[1] < 0x90)) return 0;  // overlong
+  if ((lead == 0xED && text[1] >= 0xA0) || (lead == 0xF4 && text[1] >= 0x90)) return 0;  // surrogates, too large
+  return length;
+}
+
+void putByteEscape(LogLine& line, unsigned char c) {
   static const char kHex[] = "0123456789abcdef";
-  for (std::size_t i = 0; i < size; ++i) {
-    auto c = static_cast<unsigned char>(text[i]);
-    if (c >= 0x20 && c != 0x7F) {
-      putChar(line, static_cast<char>(c));
+  putChar(line, '\\');
+  putChar(line, 'x');
+  putChar(line, kHex[c >> 4]);
+  putChar(line, kHex[c & 15]);
+}
+
+// Bytes from a file or a file name must not break a line apart, forge another one or drive the
+// terminal: control characters, and bytes that are not part of printable UTF-8, are written as
+// \xNN. Everything else is kept byte for byte.
+void putEscaped(LogLine& line, const char* text, std::size_t size) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+  for (std::size_t i = 0; i < size;) {
+    unsigned char c = bytes[i];
+    std::size_t keep = c >= 0x20 && c < 0x7F ? 1 : c >= 0x80 ? printableUtf8Length(bytes + i, size - i) : 0;
+    // A character or an escape is written whole or not at all.
+    std::size_t needed = keep > 0 ? keep : 4;
+    if (static_cast<std::size_t>(line.end - line.pos) < needed) return;
+    if (keep == 0) {
+      putByteEscape(line, c);
+      ++i;
       continue;
     }
-    // An escape is written whole or not at all.
-    if (line.end - line.pos < 4) return;
-    putChar(line, '\\');
-    putChar(line, 'x');
-    putChar(line, kHex[c >> 4]);
-    putChar(line, kHex[c & 15]);
+    for (std::size_t k = 0; k < keep; ++k) putChar(line, static_cast<char>(bytes[i + k]));
+    i += keep;
   }
 }
 

@@ -72,6 +72,12 @@ TEST_F(LogTest, ControlCharactersAreEscapedAndPrintableTextKept) {
   EXPECT_EQ(line.substr(line.find(" E ")), " E Unable to load block header for type X\\x0aFAKE\\x1b[31m\\x7f\\x09end\n");
   EXPECT_EQ(captured_.lines[1].substr(captured_.lines[1].find(" E ")), " E Messwerte_\xc3\xa4\xe6\x97\xa5.MF4\n");
 
+  // Bytes that are no printable UTF-8 (stray, cut, C1 controls) are escaped; the rest is kept.
+  QM_LOG_E("%s", "\x9b" "2J \xc2\x9b \xe6\x97 \xc3\xa4");
+  EXPECT_EQ(captured_.lines.back().substr(captured_.lines.back().find(" E ")),
+            " E \\x9b2J \\xc2\\x9b \\xe6\\x97 \xc3\xa4\n");
+  captured_.lines.pop_back();
+
   // Escapes near the limit are written whole or not at all, and the line stays one line.
   std::string controls(600, '\x1b');
   QM_LOG_E("%s", controls.c_str());
