@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "stream/mapped_blocks.h"
+#include "memory/mapped_blocks.h"
 
 namespace qm {
 

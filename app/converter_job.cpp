@@ -10,12 +10,12 @@
 #include "finalize/finalize_hooks.h"
 #include "mdf/mdf_file.h"
 #include "stream/buffered_stream.h"
-#include "stream/compressed_stream.h"
-#include "stream/container_header.h"
-#include "stream/encrypted_stream.h"
-#include "stream/key_derivation_rounds.h"
-#include "stream/mapping_fault_watch.h"
-#include "stream/output_file.h"
+#include "container/compressed_stream.h"
+#include "container/container_header.h"
+#include "container/encrypted_stream.h"
+#include "container/key_derivation_rounds.h"
+#include "memory/mapping_fault_watch.h"
+#include "output/output_file.h"
 
 namespace qm {
 namespace {

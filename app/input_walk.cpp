@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "base/log.h"
-#include "stream/mapped_blocks.h"
+#include "memory/mapped_blocks.h"
 
 namespace qm {
 namespace {

@@ -12,8 +12,8 @@
 #include "app/input_walk.h"
 #include "app/progress_display.h"
 #include "app/run_context.h"
-#include "stream/large_buffer.h"
-#include "stream/pending_outputs.h"
+#include "memory/large_buffer.h"
+#include "output/pending_outputs.h"
 
 namespace {
 

@@ -14,11 +14,11 @@
 #include <string>
 #include <vector>
 
-#include "stream/compressed_stream.h"
-#include "stream/container_header.h"
-#include "stream/decoder_stream.h"
-#include "stream/encrypted_stream.h"
-#include "stream/lzss_one_pass.h"
+#include "container/compressed_stream.h"
+#include "container/container_header.h"
+#include "container/decoder_stream.h"
+#include "container/encrypted_stream.h"
+#include "container/lzss_one_pass.h"
 #include "stream/memory_stream.h"
 #include "tests/support/container_writer.h"
 #include "tests/support/lzss_encoder.h"

@@ -1,6 +1,6 @@
 #include "finalize/sorted_payloads.h"
 
-#include "stream/piece_stream.h"
+#include "finalize/piece_stream.h"
 
 namespace qm {
 

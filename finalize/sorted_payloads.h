@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "stream/memory_stream.h"
-#include "stream/piece_list.h"
+#include "finalize/piece_list.h"
 #include "stream/stream.h"
 
 namespace qm {

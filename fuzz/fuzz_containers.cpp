@@ -5,9 +5,9 @@
 #include <memory>
 
 #include "base/log.h"
-#include "stream/compressed_stream.h"
-#include "stream/container_header.h"
-#include "stream/encrypted_stream.h"
+#include "container/compressed_stream.h"
+#include "container/container_header.h"
+#include "container/encrypted_stream.h"
 #include "stream/memory_stream.h"
 
 namespace {

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <memory>
 
-#include "stream/file_mapping.h"
-#include "stream/large_buffer.h"
-#include "stream/page_toucher.h"
+#include "memory/file_mapping.h"
+#include "memory/large_buffer.h"
+#include "memory/page_toucher.h"
 #include "stream/stream.h"
 
 namespace qm {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "stream/file_mapping.h"
+#include "memory/file_mapping.h"
 #include "stream/stream.h"
 #include "stream/write_window.h"
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "stream/large_buffer.h"
+#include "memory/large_buffer.h"
 #include "stream/stream.h"
 
 namespace qm {

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "base/spare_processors.h"
-#include "stream/mapped_blocks.h"
+#include "memory/mapped_blocks.h"
 
 namespace qm {
 namespace {

@@ -12,9 +12,9 @@
 #include "mdf/mdf_file.h"
 #include "mdf/payload_block.h"
 #include "stream/buffered_stream.h"
-#include "stream/compressed_stream.h"
-#include "stream/container_header.h"
-#include "stream/encrypted_stream.h"
+#include "container/compressed_stream.h"
+#include "container/container_header.h"
+#include "container/encrypted_stream.h"
 #include "stream/memory_stream.h"
 #include "tests/support/byte_stream.h"
 

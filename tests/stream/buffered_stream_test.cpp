@@ -7,7 +7,7 @@
 #include <string>
 
 #include "stream/file_stream.h"
-#include "tests/stream/counting_stream.h"
+#include "tests/support/counting_stream.h"
 #include "tests/support/temp_dir.h"
 
 namespace qm {

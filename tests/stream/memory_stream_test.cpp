@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "stream/stream_reader.h"
-#include "tests/stream/counting_stream.h"
+#include "tests/support/counting_stream.h"
 
 namespace qm {
 namespace {

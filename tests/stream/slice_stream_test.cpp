@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/stream/counting_stream.h"
+#include "tests/support/counting_stream.h"
 
 namespace qm {
 namespace {

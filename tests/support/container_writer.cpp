@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "lzss_encoder.h"
-#include "stream/container_crypto.h"
+#include "container/container_crypto.h"
 
 namespace qm::test {
 namespace {

@@ -1,0 +1,61 @@
+// Peeling nested containers the way the conversion does: detect, build the layer, repeat.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "stream/buffered_stream.h"
+#include "container/compressed_stream.h"
+#include "container/encrypted_stream.h"
+#include "tests/support/counting_stream.h"
+#include "tests/support/container_writer.h"
+
+namespace qm {
+namespace {
+
+struct Unwrapped {
+  std::vector<int> layers;  // container types in the order found
+  std::string content;
+};
+
+Unwrapped unwrap(const std::string& file, std::string_view password) {
+  Unwrapped result;
+  std::unique_ptr<Stream> current = BufferedStream::create(test::memoryStreamOf(file), file.size());
+  ContainerHeader header{};
+  while (current && detectContainer(current.get(), &header) == 1) {
+    result.layers.push_back(header.container_type);
+    if (header.container_type == kContainerCompressed) {
+      current = openCompressed(std::move(current), header);
+    } else if (header.container_type == kContainerEncrypted) {
+      current = openEncrypted(current.get(), header, password);  // the old layer is released
+    } else {
+      current.reset();
+    }
+  }
+  if (!current) return {result.layers, "<failed>"};
+  current->seek(0, kSeekSet);
+  result.content = test::readRest(current.get());
+  return result;
+}
+
+TEST(ContainerLayers, NestedContainersUnwrapInTheOrderFound) {
+  std::string mdf = "UnFinMF " + std::string(2000, 'm');
+  auto compressed_in_encrypted =
+      test::makeEncryptedContainer(test::makeCompressedContainer(mdf, 3, 10, 5), 0x1A2B, "pw", 2);
+  Unwrapped a = unwrap(compressed_in_encrypted, "pw");
+  EXPECT_EQ(a.layers, (std::vector<int>{kContainerEncrypted, kContainerCompressed}));
+  EXPECT_EQ(a.content, mdf);
+
+  auto encrypted_in_compressed =
+      test::makeCompressedContainer(test::makeEncryptedContainer(mdf, 0x1A2B, "pw", 2), 3, 12, 4);
+  Unwrapped b = unwrap(encrypted_in_compressed, "pw");
+  EXPECT_EQ(b.layers, (std::vector<int>{kContainerCompressed, kContainerEncrypted}));
+  EXPECT_EQ(b.content, mdf);
+
+  auto twice = test::makeCompressedContainer(test::makeCompressedContainer(mdf, 1, 8, 4), 2, 15, 14);
+  EXPECT_EQ(unwrap(twice, "").content, mdf);
+  EXPECT_EQ(unwrap(compressed_in_encrypted, "other").content, "<failed>");
+}
+
+}  // namespace
+}  // namespace qm

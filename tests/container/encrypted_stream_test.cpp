@@ -1,0 +1,188 @@
+#include "container/encrypted_stream.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "stream/buffered_stream.h"
+#include "container/container_crypto.h"
+#include "stream/file_stream.h"
+#include "tests/support/counting_stream.h"
+#include "tests/support/container_writer.h"
+#include "tests/support/temp_dir.h"
+
+namespace qm {
+namespace {
+
+std::string payloadOf(std::size_t size) {
+  std::string out(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<char>(i * 31 + i / 7);
+  return out;
+}
+
+// Decrypts a container held in memory; "<refused>" when the layer is not built.
+std::string decrypt(const std::string& container, std::string_view password) {
+  auto inner = test::memoryStreamOf(container);
+  ContainerHeader header{};
+  if (detectContainer(inner.get(), &header) != 1) return "<no container>";
+  auto layer = openEncrypted(inner.get(), header, password);
+  if (!layer) return "<refused>";
+  layer->seek(0, kSeekSet);
+  return test::readRest(layer.get());
+}
+
+// A stream whose bytes are reachable only by reading, as a file read without a whole-file buffer.
+class ReadOnlyMemory : public MemoryStream {
+ public:
+  explicit ReadOnlyMemory(const std::string& bytes) {
+    write(bytes.data(), bytes.size());
+    seek(0, kSeekSet);
+  }
+  ByteView contents() override { return {}; }
+};
+
+std::string decryptByReading(const std::string& container, std::string_view password) {
+  ReadOnlyMemory inner(container);
+  ContainerHeader header{};
+  if (detectContainer(&inner, &header) != 1) return "<no container>";
+  auto layer = openEncrypted(&inner, header, password);
+  if (!layer) return "<refused>";
+  layer->seek(0, kSeekSet);
+  return test::readRest(layer.get());
+}
+
+// Decrypts a container written to a file, read straight from it or through a whole-file buffer
+// (which maps it).
+std::string decryptFile(const std::string& container, std::string_view password, bool whole_file_buffer) {
+  test::TempDir dir;
+  test::writeFile(dir / "c.MFE", container);
+  std::unique_ptr<Stream> inner = FileStream::open((dir / "c.MFE").c_str(), kFileRead);
+  if (whole_file_buffer) inner = BufferedStream::create(std::move(inner), container.size());
+  ContainerHeader header{};
+  if (!inner || detectContainer(inner.get(), &header) != 1) return "<no container>";
+  auto layer = openEncrypted(inner.get(), header, password);
+  if (!layer) return "<refused>";
+  layer->seek(0, kSeekSet);
+  return test::readRest(layer.get());
+}
+
+TEST(EncryptedStream, DecryptsAContainerSealedByAnIndependentImplementation) {
+  // Device 1A2B3C4D, nonce 00..0B, 3 iterations, salt 64..73, password "logger secret".
+  const std::string container(
+      "\x47\x65\x6e\x65\x72\x69\x63\x20\x46\x69\x6c\x65\x01\x00\x11\x01\x1a\x2b\x3c\x4d\x00\x01\x02\x03"
+      "\x04\x05\x06\x07\x08\x09\x0a\x0b\x00\x00\x00\x03\x64\x65\x66\x67\x68\x69\x6a\x6b\x6c\x6d\x6e\x6f"
+      "\x70\x71\x72\x73\x88\xbb\xf2\xd7\x92\xd7\x71\x60\xad\xe5\x47\x5a\xa5\x51\x80\x16\x2c\x7c\x8a\x3a"
+      "\xab\xf0\x26\xb0\x1b\x01\x52\xcf\x98\x23\x3d\x79\x41\x9e\x5e\x18\x0b\xdb\x46\xf0\xb0\x1c\x58\xb1"
+      "\xbf\xc2\xe7\x79\x66\x74\x49\x13\x23",
+      105);
+  const std::string expected = "a payload of 37 bytes, not 16-aligned";
+  EXPECT_EQ(decrypt(container, "logger secret"), expected);
+  EXPECT_EQ(decryptByReading(container, "logger secret"), expected);
+  // The writer the tests use agrees with it byte for byte.
+  EXPECT_EQ(test::makeEncryptedContainer(expected, 0x1A2B3C4D, "logger secret", 3).size(), container.size());
+}
+
+TEST(EncryptedStream, ReadsPieceByPieceWhenTheContainerIsNotInMemory) {
+  // Large enough to take several pieces, with a last piece of odd length.
+  std::string payload = payloadOf((std::size_t{5} << 19) + 13);
+  std::string container = test::makeEncryptedContainer(payload, 9, "pw", 2);
+  EXPECT_EQ(decryptByReading(container, "pw"), payload);
+  EXPECT_EQ(decryptByReading(container, "px"), "<refused>");
+  std::string last_byte_changed = container;
+  last_byte_changed[container.size() - 17] ^= 1;  // the ciphertext's last byte
+  EXPECT_EQ(decryptByReading(last_byte_changed, "pw"), "<refused>");
+  EXPECT_EQ(decryptByReading(test::makeEncryptedContainer("", 9, "pw", 1), "pw"), "");
+}
+
+TEST(EncryptedStream, ReadsAContainerFileInPiecesOnASecondThread) {
+  std::string payload = payloadOf((std::size_t{9} << 19) + 5);  // pages faulted in ahead too
+  std::string container = test::makeEncryptedContainer(payload, 9, "pw", 2);
+  for (bool whole_file_buffer : {false, true}) {
+    SCOPED_TRACE(whole_file_buffer);
+    EXPECT_EQ(decryptFile(container, "pw", whole_file_buffer), payload);
+    EXPECT_EQ(decryptFile(container, "px", whole_file_buffer), "<refused>");
+    std::string changed = container;
+    changed[container.size() / 2] ^= 1;  // a byte in a middle piece
+    EXPECT_EQ(decryptFile(changed, "pw", whole_file_buffer), "<refused>");
+    EXPECT_EQ(decryptFile(test::makeEncryptedContainer("", 9, "pw", 1), "pw", whole_file_buffer), "");
+  }
+}
+
+TEST(EncryptedStream, DerivesTheKnownPbkdf2Sha256Key) {
+  // Published PBKDF2-HMAC-SHA-256 vector: "passwd", salt "salt", 1 iteration.
+  std::uint8_t key[kContainerKeySize];
+  ASSERT_TRUE(deriveContainerKey("passwd", reinterpret_cast<const std::uint8_t*>("salt"), 4, 1, key));
+  const std::uint8_t expected[8] = {0x55, 0xac, 0x04, 0x6e, 0x56, 0xe3, 0x08, 0x9f};
+  EXPECT_EQ(std::memcmp(key, expected, sizeof expected), 0);
+}
+
+TEST(EncryptedStream, RoundTripsPayloadsOfManySizes) {
+  for (std::size_t size : {0, 1, 15, 16, 17, 511, 512, 513, 1024, 70001}) {
+    SCOPED_TRACE(size);
+    std::string payload = payloadOf(size);
+    EXPECT_EQ(decrypt(test::makeEncryptedContainer(payload, 0x1A2B, "secret", 3, 11), "secret"), payload);
+  }
+  // The iteration count is the file's, whatever it is.
+  EXPECT_EQ(decrypt(test::makeEncryptedContainer("abc", 1, "pw", 1), "pw"), "abc");
+}
+
+TEST(EncryptedStream, ExactlySixtyEightBytesIsAnEmptyPayload) {
+  std::string container = test::makeEncryptedContainer("", 7, "pw", 1);
+  ASSERT_EQ(container.size(), 68u);
+  EXPECT_EQ(decrypt(container, "pw"), "");
+  container[60] ^= 1;  // the tag itself
+  EXPECT_EQ(decrypt(container, "pw"), "<refused>");
+}
+
+TEST(EncryptedStream, AnyChangeOrWrongPasswordRefuses) {
+  std::string container = test::makeEncryptedContainer(payloadOf(100), 0x1A2B, "secret", 1);
+  EXPECT_EQ(decrypt(container, "secret!"), "<refused>");
+  EXPECT_EQ(decrypt(container, ""), "<refused>");
+  EXPECT_EQ(decrypt(container, "Secret"), "<refused>");
+  // Bytes of the header, nonce, iteration count (its low byte: a high one would make the
+  // derivation endless) and salt, then the ciphertext and the tag.
+  for (std::size_t offset : {0, 11, 12, 13, 16, 19, 20, 31, 35, 36, 51, 52, 151, 167}) {
+    SCOPED_TRACE(offset);
+    std::string tampered = container;
+    tampered[offset] ^= 0x10;
+    EXPECT_NE(decrypt(tampered, "secret"), payloadOf(100));
+  }
+}
+
+TEST(EncryptedStream, RefusalsBeforeTheKeyDerivation) {
+  // An iteration count this large would take minutes; these come back at once.
+  std::string container = test::makeEncryptedContainer("payload", 1, "pw", 1);
+  container.replace(32, 4, "\xFF\xFF\xFF\xFF");
+  ContainerHeader header{};
+  ASSERT_EQ(detectContainer(test::memoryStreamOf(container).get(), &header), 1);
+  ContainerHeader wrong_version = header;
+  wrong_version.type_version = 0;
+  EXPECT_EQ(openEncrypted(test::memoryStreamOf(container).get(), wrong_version, "pw"), nullptr);
+  ContainerHeader wrong_type = header;
+  wrong_type.container_type = kContainerCompressed;
+  EXPECT_EQ(openEncrypted(test::memoryStreamOf(container).get(), wrong_type, "pw"), nullptr);
+  EXPECT_EQ(openEncrypted(nullptr, header, "pw"), nullptr);
+  // 67 bytes: no room for the tag after the 52 authenticated ones.
+  std::string short_container = container.substr(0, 52) + std::string(15, '\0');
+  EXPECT_EQ(openEncrypted(test::memoryStreamOf(short_container).get(), header, "pw"), nullptr);
+  EXPECT_EQ(openEncrypted(test::memoryStreamOf(container.substr(0, 40)).get(), header, "pw"), nullptr);
+}
+
+TEST(EncryptedStream, BorrowsTheInnerStream) {
+  std::string container = test::makeEncryptedContainer("payload", 1, "pw", 1);
+  test::StreamCalls calls;
+  auto inner = test::countingStreamOf(container, &calls);
+  ContainerHeader header{};
+  ASSERT_EQ(detectContainer(inner.get(), &header), 1);
+  auto layer = openEncrypted(inner.get(), header, "pw");
+  ASSERT_NE(layer, nullptr);
+  EXPECT_EQ(calls.closes, 0);
+  EXPECT_EQ(layer->tell(), 7);  // left at the end of the plaintext
+  inner.reset();  // the layer no longer needs it
+  layer->seek(0, kSeekSet);
+  EXPECT_EQ(test::readRest(layer.get()), "payload");
+}
+
+}  // namespace
+}  // namespace qm
