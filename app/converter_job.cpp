@@ -98,8 +98,7 @@ bool keyDerivationWithinLimit(Stream* container, std::string_view input_path) {
   return false;
 }
 
-std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_path, std::unique_ptr<Stream>& current,
-                              bool& inner_close_failed) {
+std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_path, std::unique_ptr<Stream>& current) {
   ContainerHeader header{};
   for (int layers = 0; detectContainer(current.get(), &header) == 1; ++layers) {
     // Real files nest two or three layers; a container that unwraps to itself would never end.
@@ -129,15 +128,12 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_pa
         return kNoPassword;
       }
       DecryptionFailure failure = DecryptionFailure::kNone;
-      std::unique_ptr<Stream> decrypted = openEncrypted(current.get(), header, password->view(), &failure);
-      if (!decrypted) {
+      // Like the compressed layer, it consumes the stream beneath it, also when it fails.
+      current = openEncrypted(std::move(current), header, password->view(), &failure);
+      if (!current) {
         logDecryptionFailure(input_path, failure, header.device_id);
-        current->close();
         return kNoPassword;
       }
-      // The decrypted content is all in memory: the layer beneath is done with.
-      if (current->close() != 0) inner_close_failed = true;
-      current = std::move(decrypted);
     } else {
       QM_LOG_E("%.*s: unknown container type %u", viewLength(input_path), input_path.data(),
                static_cast<unsigned>(header.container_type));
@@ -183,8 +179,7 @@ std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path
   std::unique_ptr<Stream> current = openBufferedInput(job, input_path);
   if (!current) return kConversionFailed;
 
-  bool inner_close_failed = false;
-  if (std::int32_t result = unwrapContainers(job, input_path, current, inner_close_failed); result != kConverted) {
+  if (std::int32_t result = unwrapContainers(job, input_path, current); result != kConverted) {
     return result;
   }
 
@@ -199,7 +194,7 @@ std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path
   LossReport losses;
   bool converted = openOutput(job, output_stem, *file, &input, &losses);
 
-  if (current->close() != 0 || inner_close_failed) {
+  if (current->close() != 0) {
     QM_LOG_E("Could not close input file after conversion: %.*s", viewLength(input_path), input_path.data());
     file.reset();
     current->close();

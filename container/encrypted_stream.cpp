@@ -117,11 +117,13 @@ std::int64_t EncryptedStream::seek(std::int64_t offset, int origin) {
 int EncryptedStream::close() {
   int status = streamClose(content_.get());
   content_.reset();
-  return status;
+  return inner_close_failed_ ? -1 : status;
 }
 
-std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& header, std::string_view password,
-                                      DecryptionFailure* why) {
+namespace {
+
+std::unique_ptr<EncryptedStream> decryptContainer(Stream* inner, const ContainerHeader& header,
+                                                  std::string_view password, DecryptionFailure* why) {
   DecryptionFailure ignored;
   DecryptionFailure& failure = why ? *why : ignored;
   failure = DecryptionFailure::kMalformed;
@@ -158,6 +160,17 @@ std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& head
   if (failure != DecryptionFailure::kNone) return nullptr;
   auto layer = std::make_unique<EncryptedStream>(header);
   layer->content()->adopt(std::move(plain), plain_size, plain_size);
+  return layer;
+}
+
+}  // namespace
+
+std::unique_ptr<Stream> openEncrypted(std::unique_ptr<Stream> inner, const ContainerHeader& header,
+                                      std::string_view password, DecryptionFailure* why) {
+  std::unique_ptr<EncryptedStream> layer = decryptContainer(inner.get(), header, password, why);
+  // The plaintext is all in memory: the container is done with.
+  const bool closed = !inner || inner->close() == 0;
+  if (layer && !closed) layer->noteInnerCloseFailed();
   return layer;
 }
 

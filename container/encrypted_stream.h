@@ -29,15 +29,18 @@ class EncryptedStream : public Stream {
   std::int64_t write(const void* buffer, std::size_t count) override;
   std::int64_t tell() override;
   std::int64_t seek(std::int64_t offset, int origin) override;
-  // Releases the plaintext and returns its close status; the layer stays, empty.
+  // Releases the plaintext; fails too when closing the container beneath failed. The layer
+  // stays, empty.
   int close() override;
   ByteView contents() override { return content_ ? content_->contents() : ByteView{}; }
 
   const ContainerHeader& header() const { return header_; }
   MemoryStream* content() { return content_.get(); }
+  void noteInnerCloseFailed() { inner_close_failed_ = true; }
 
  private:
   ContainerHeader header_;
+  bool inner_close_failed_ = false;
   std::unique_ptr<MemoryStream> content_ = std::make_unique<MemoryStream>();
 };
 
@@ -52,9 +55,10 @@ enum class DecryptionFailure {
 };
 
 // Builds the layer, or null on any failure, whose reason goes to `why` when given. Nothing is
-// returned unless the tag matches. The inner stream is only read: the caller keeps it and may
-// close it as soon as this returns. The result is positioned at the end of its content.
-std::unique_ptr<Stream> openEncrypted(Stream* inner, const ContainerHeader& header, std::string_view password,
-                                      DecryptionFailure* why = nullptr);
+// returned unless the tag matches. Like every layer it consumes the stream beneath it, also when
+// it fails; as the plaintext is all in memory, that stream is closed before this returns. The
+// result is positioned at the end of its content.
+std::unique_ptr<Stream> openEncrypted(std::unique_ptr<Stream> inner, const ContainerHeader& header,
+                                      std::string_view password, DecryptionFailure* why = nullptr);
 
 }  // namespace qm

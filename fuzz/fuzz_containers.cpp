@@ -36,9 +36,7 @@ std::unique_ptr<qm::Stream> peelOneLayer(std::unique_ptr<qm::Stream> current,
       current->close();
       return nullptr;
     }
-    std::unique_ptr<qm::Stream> decrypted = qm::openEncrypted(current.get(), header, kPassword);
-    current->close();
-    return decrypted;
+    return qm::openEncrypted(std::move(current), header, kPassword);
   }
   current->close();
   return nullptr;

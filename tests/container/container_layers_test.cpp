@@ -27,7 +27,7 @@ Unwrapped unwrap(const std::string& file, std::string_view password) {
     if (header.container_type == kContainerCompressed) {
       current = openCompressed(std::move(current), header);
     } else if (header.container_type == kContainerEncrypted) {
-      current = openEncrypted(current.get(), header, password);  // the old layer is released
+      current = openEncrypted(std::move(current), header, password);
     } else {
       current.reset();
     }

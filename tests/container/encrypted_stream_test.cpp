@@ -26,7 +26,7 @@ std::string decrypt(const std::string& container, std::string_view password) {
   auto inner = test::memoryStreamOf(container);
   ContainerHeader header{};
   if (detectContainer(inner.get(), &header) != 1) return "<no container>";
-  auto layer = openEncrypted(inner.get(), header, password);
+  auto layer = openEncrypted(std::move(inner), header, password);
   if (!layer) return "<refused>";
   layer->seek(0, kSeekSet);
   return test::readRest(layer.get());
@@ -43,10 +43,10 @@ class ReadOnlyMemory : public MemoryStream {
 };
 
 std::string decryptByReading(const std::string& container, std::string_view password) {
-  ReadOnlyMemory inner(container);
+  auto inner = std::make_unique<ReadOnlyMemory>(container);
   ContainerHeader header{};
-  if (detectContainer(&inner, &header) != 1) return "<no container>";
-  auto layer = openEncrypted(&inner, header, password);
+  if (detectContainer(inner.get(), &header) != 1) return "<no container>";
+  auto layer = openEncrypted(std::move(inner), header, password);
   if (!layer) return "<refused>";
   layer->seek(0, kSeekSet);
   return test::readRest(layer.get());
@@ -61,7 +61,7 @@ std::string decryptFile(const std::string& container, std::string_view password,
   if (whole_file_buffer) inner = BufferedStream::create(std::move(inner), container.size());
   ContainerHeader header{};
   if (!inner || detectContainer(inner.get(), &header) != 1) return "<no container>";
-  auto layer = openEncrypted(inner.get(), header, password);
+  auto layer = openEncrypted(std::move(inner), header, password);
   if (!layer) return "<refused>";
   layer->seek(0, kSeekSet);
   return test::readRest(layer.get());
@@ -158,30 +158,36 @@ TEST(EncryptedStream, RefusalsBeforeTheKeyDerivation) {
   ASSERT_EQ(detectContainer(test::memoryStreamOf(container).get(), &header), 1);
   ContainerHeader wrong_version = header;
   wrong_version.type_version = 0;
-  EXPECT_EQ(openEncrypted(test::memoryStreamOf(container).get(), wrong_version, "pw"), nullptr);
+  EXPECT_EQ(openEncrypted(test::memoryStreamOf(container), wrong_version, "pw"), nullptr);
   ContainerHeader wrong_type = header;
   wrong_type.container_type = kContainerCompressed;
-  EXPECT_EQ(openEncrypted(test::memoryStreamOf(container).get(), wrong_type, "pw"), nullptr);
+  EXPECT_EQ(openEncrypted(test::memoryStreamOf(container), wrong_type, "pw"), nullptr);
   EXPECT_EQ(openEncrypted(nullptr, header, "pw"), nullptr);
   // 67 bytes: no room for the tag after the 52 authenticated ones.
   std::string short_container = container.substr(0, 52) + std::string(15, '\0');
-  EXPECT_EQ(openEncrypted(test::memoryStreamOf(short_container).get(), header, "pw"), nullptr);
-  EXPECT_EQ(openEncrypted(test::memoryStreamOf(container.substr(0, 40)).get(), header, "pw"), nullptr);
+  EXPECT_EQ(openEncrypted(test::memoryStreamOf(short_container), header, "pw"), nullptr);
+  EXPECT_EQ(openEncrypted(test::memoryStreamOf(container.substr(0, 40)), header, "pw"), nullptr);
 }
 
-TEST(EncryptedStream, BorrowsTheInnerStream) {
+TEST(EncryptedStream, ConsumesAndClosesTheInnerStream) {
   std::string container = test::makeEncryptedContainer("payload", 1, "pw", 1);
-  test::StreamCalls calls;
-  auto inner = test::countingStreamOf(container, &calls);
-  ContainerHeader header{};
-  ASSERT_EQ(detectContainer(inner.get(), &header), 1);
-  auto layer = openEncrypted(inner.get(), header, "pw");
-  ASSERT_NE(layer, nullptr);
-  EXPECT_EQ(calls.closes, 0);
-  EXPECT_EQ(layer->tell(), 7);  // left at the end of the plaintext
-  inner.reset();  // the layer no longer needs it
-  layer->seek(0, kSeekSet);
-  EXPECT_EQ(test::readRest(layer.get()), "payload");
+  for (const char* password : {"pw", "wrong"}) {
+    test::StreamCalls calls;
+    auto inner = test::countingStreamOf(container, &calls);
+    ContainerHeader header{};
+    ASSERT_EQ(detectContainer(inner.get(), &header), 1);
+    auto layer = openEncrypted(std::move(inner), header, password);
+    EXPECT_EQ(calls.closes, 1) << password;  // closed as soon as it is read, also on failure
+    if (std::string_view(password) != "pw") {
+      EXPECT_EQ(layer, nullptr);
+      continue;
+    }
+    ASSERT_NE(layer, nullptr);
+    EXPECT_EQ(layer->tell(), 7);  // left at the end of the plaintext
+    layer->seek(0, kSeekSet);
+    EXPECT_EQ(test::readRest(layer.get()), "payload");
+    EXPECT_EQ(layer->close(), 0);
+  }
 }
 
 }  // namespace

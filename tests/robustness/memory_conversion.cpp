@@ -35,9 +35,7 @@ std::unique_ptr<Stream> peelContainers(std::unique_ptr<Stream> current) {
     if (header.container_type == kContainerCompressed) {
       current = openCompressed(std::move(current), header);
     } else if (header.container_type == kContainerEncrypted) {
-      std::unique_ptr<Stream> plain = openEncrypted(current.get(), header, kContainerPassword);
-      current->close();
-      current = std::move(plain);
+      current = openEncrypted(std::move(current), header, kContainerPassword);
     } else {
       return nullptr;
     }
