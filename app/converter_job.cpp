@@ -1,14 +1,13 @@
 #include "app/converter_job.h"
 
 #include "app/input_snapshot.h"
-#include <cerrno>
-#include <cstring>
-
+#include "base/failure.h"
 #include "base/log.h"
 #include "base/spare_processors.h"
 #include "finalize/finalize.h"
 #include "finalize/finalize_hooks.h"
 #include "mdf/mdf_file.h"
+#include "platform/system_error.h"
 #include "stream/buffered_stream.h"
 #include "container/compressed_stream.h"
 #include "container/container_header.h"
@@ -29,14 +28,16 @@ void logReason(std::string_view path, const char* reason) {
   QM_LOG_E("%.*s: %s", viewLength(path), path.data(), reason);
 }
 
+void logFailure(std::string_view path, const Failure& failure) { logReason(path, describeFailure(failure).c_str()); }
+
 // The input as opened, with the buffering the options ask for: -1 buffers the whole file,
 // 0 reads straight from it, n reads ahead n bytes.
 std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_view input_path) {
   std::unique_ptr<Stream> input = job.root_directory->open(input_path, kOpenRead);
   if (!input) {
-    int reason = errno;
+    Failure reason = Failure::system(lastSystemError());
     QM_LOG_E("Could not open input file %.*s", viewLength(input_path), input_path.data());
-    logReason(input_path, std::strerror(reason));
+    logFailure(input_path, reason);
     return nullptr;
   }
   std::int64_t buffer_size = job.options->buffer_size;
@@ -61,30 +62,14 @@ std::unique_ptr<Stream> openBufferedInput(const ConverterJob& job, std::string_v
   return buffered;
 }
 
-const char* decryptionFailureText(DecryptionFailure failure) {
-  switch (failure) {
-    case DecryptionFailure::kMalformed:
-      return "the encrypted container is too short or of an unknown version";
-    case DecryptionFailure::kUnreadable:
-      return "the encrypted container could not be read";
-    case DecryptionFailure::kNoMemory:
-      return "not enough memory to decrypt it";
-    case DecryptionFailure::kCipher:
-      return "the crypto library failed to decrypt it";
-    case DecryptionFailure::kNone:
-    case DecryptionFailure::kTagMismatch:
-      break;
-  }
-  return "it could not be decrypted";
-}
-
-void logDecryptionFailure(std::string_view input_path, DecryptionFailure failure, std::uint32_t device_id) {
-  if (failure == DecryptionFailure::kTagMismatch) {
+// The device's id says which password was wrong.
+void logDecryptionFailure(std::string_view input_path, const Failure& failure, std::uint32_t device_id) {
+  if (failure.reason == FailureReason::kWrongPasswordOrDamaged) {
     QM_LOG_E("%.*s: wrong password for device %X, or the file is damaged", viewLength(input_path), input_path.data(),
              device_id);
     return;
   }
-  logReason(input_path, decryptionFailureText(failure));
+  logFailure(input_path, failure);
 }
 
 // Peels container layers off the stream until plain content is left. Returns 0 with `current`
@@ -110,9 +95,10 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_pa
     if (header.container_type == kContainerCompressed) {
       QM_LOG_I("Found compressed file");
       // The compressed layer consumes the stream beneath it, also when it fails.
-      current = openCompressed(std::move(current), header);
+      Failure failure;
+      current = openCompressed(std::move(current), header, &failure);
       if (!current) {
-        logReason(input_path, "the compressed container is damaged");
+        logFailure(input_path, failure);
         return kNotDecompressed;
       }
     } else if (header.container_type == kContainerEncrypted) {
@@ -127,7 +113,7 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_pa
         current->close();
         return kNoPassword;
       }
-      DecryptionFailure failure = DecryptionFailure::kNone;
+      Failure failure;
       // Like the compressed layer, it consumes the stream beneath it, also when it fails.
       current = openEncrypted(std::move(current), header, password->view(), &failure);
       if (!current) {
@@ -144,27 +130,12 @@ std::int32_t unwrapContainers(const ConverterJob& job, std::string_view input_pa
   return kConverted;
 }
 
-// Why the innermost stream holds no MDF4 file that could be opened.
-void logWhyNotMdf(std::string_view input_path, Stream* content) {
-  constexpr std::string_view kFinalizedId = "MDF     ";
-  constexpr std::string_view kUnfinalizedId = "UnFinMF ";
-  char id[8];
-  if (streamSize(content) == 0) {
-    logReason(input_path, "the file is empty");
-  } else if (!setPosition(content, 0) || content->read(id, sizeof id) != static_cast<std::int64_t>(sizeof id) ||
-             (std::string_view(id, sizeof id) != kFinalizedId && std::string_view(id, sizeof id) != kUnfinalizedId)) {
-    logReason(input_path, "not an MDF4 file");
-  } else {
-    logReason(input_path, "its MDF4 blocks could not be read");
-  }
-}
-
 // The input is removed only after its output was written and the input closed cleanly.
 void deleteInput(const ConverterJob& job, std::string_view input_path) {
   if (!job.root_directory->removeFile(input_path)) {
-    int reason = errno;
+    Failure reason = Failure::system(lastSystemError());
     QM_LOG_E("Could not remove input file after conversion: %.*s", viewLength(input_path), input_path.data());
-    logReason(input_path, std::strerror(reason));
+    logFailure(input_path, reason);
   }
 }
 
@@ -183,10 +154,11 @@ std::int32_t convertWatched(const ConverterJob& job, std::string_view input_path
     return result;
   }
 
-  std::unique_ptr<MdfFile> file = MdfFile::open(current.get(), &finalizeLoadHooks());
+  Failure failure;
+  std::unique_ptr<MdfFile> file = MdfFile::open(current.get(), &finalizeLoadHooks(), &failure);
   if (!file || !file->header()) {
     file.reset();
-    logWhyNotMdf(input_path, current.get());
+    logFailure(input_path, failure ? failure : Failure{FailureReason::kMdfUnreadable, 0});
     current->close();
     return kConversionFailed;
   }
@@ -221,12 +193,12 @@ std::unique_ptr<ConverterJob> ConverterJob::create(DirectoryHandle* root, Direct
 
 // A folder (or anything but a file) where the output goes would only refuse it at the rename,
 // after all the work.
-bool outputPlaceTaken(const ConverterJob& job, std::string_view output_path, int* reason) {
+bool outputPlaceTaken(const ConverterJob& job, std::string_view output_path, Failure* reason) {
   DirectoryEntry entry;
   if (!job.output_root->stat(output_path, &entry) || entry.type == kEntryMissing || entry.type == kEntryFile) {
     return false;
   }
-  *reason = entry.type == kEntryDirectory ? EISDIR : EEXIST;
+  *reason = Failure::system(entry.type == kEntryDirectory ? systemErrorIsADirectory() : systemErrorExists());
   return true;
 }
 
@@ -234,16 +206,16 @@ bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& 
                 LossReport* losses) {
   SmallString output_path(output_stem);
   output_path.append(kOutputSuffix);
-  int reason = 0;
+  Failure reason;
   std::unique_ptr<OutputFile> output;
   if (!outputPlaceTaken(job, output_path.view(), &reason)) {
     // Only an output whose input is about to be removed needs to be on the disk before that.
     output = OutputFile::create(*job.output_root, output_path.view(), job.options->delete_converted);
-    reason = errno;
+    if (!output) reason = Failure::system(lastSystemError());
   }
   if (!output) {
     QM_LOG_E("Could not open output file for finalization: %s", output_path.c_str());
-    logReason(output_path.view(), std::strerror(reason));
+    logFailure(output_path.view(), reason);
     return false;
   }
   finalize(&file, losses);

@@ -1,11 +1,11 @@
 #include "app/input_walk.h"
 
 #include <cctype>
-#include <cerrno>
-#include <cstring>
 
+#include "base/failure.h"
 #include "base/log.h"
 #include "memory/mapped_blocks.h"
+#include "platform/system_error.h"
 
 namespace qm {
 namespace {
@@ -136,8 +136,9 @@ std::int32_t InputWalk::walkFolder(std::string_view input_path, std::string_view
   std::vector<DirectoryEntry> entries;
   if (!job_.root_directory->list(input_path, &entries)) {
     // A folder skipped in silence would be skipped by every later run too.
-    int reason = errno;
-    QM_LOG_E("Could not list folder %.*s: %s", viewLength(input_path), input_path.data(), std::strerror(reason));
+    const Failure reason = Failure::system(lastSystemError());
+    QM_LOG_E("Could not list folder %.*s: %s", viewLength(input_path), input_path.data(),
+             describeFailure(reason).c_str());
     return kConversionFailed;
   }
   claims_.notePendingFolder(*job_.root_directory, input_path, entries);

@@ -67,28 +67,31 @@ bool validWidths(int window_bits, int lookahead_bits) {
 
 }  // namespace
 
-std::unique_ptr<Stream> openCompressed(std::unique_ptr<Stream> inner, const ContainerHeader& header) {
+std::unique_ptr<Stream> openCompressed(std::unique_ptr<Stream> inner, const ContainerHeader& header, Failure* why) {
+  const Failure malformed{FailureReason::kContainerMalformed, 0};
   if (!inner || header.container_type != kContainerCompressed ||
       header.type_version != kContainerVersion) {
-    return nullptr;
+    return fail(why, malformed);
   }
   streamSeek(inner.get(), kContainerHeaderSize, kSeekSet);
   StreamReader reader(inner.get());
   std::uint32_t lookahead_field = 0;
   std::uint32_t window_size = 0;
   if (!reader.readU32BigEndian(lookahead_field) || !reader.readU32BigEndian(window_size)) {
-    return nullptr;
+    return fail(why, malformed);
   }
   // Only the trailing zeros count, so a size that is not a power of two still gives bits.
   int window_bits = window_size == 0 ? 0 : std::countr_zero(window_size);
   auto lookahead_bits = static_cast<std::uint8_t>(lookahead_field & 0xFF);
-  if (!validWidths(window_bits, lookahead_bits)) return nullptr;
+  if (!validWidths(window_bits, lookahead_bits)) return fail(why, malformed);
   auto layer = std::make_unique<CompressedStream>(header, window_size, lookahead_bits);
   ByteView memory = inner->contents();
-  if (memory.inMemory() && memory.size >= static_cast<std::uint64_t>(kCompressedPayloadOffset)) {
-    return decodeInMemory(std::move(inner), memory, std::move(layer), window_bits, lookahead_bits);
-  }
-  return decodeFromStream(std::move(inner), std::move(layer), window_bits, lookahead_bits);
+  std::unique_ptr<Stream> decoded =
+      memory.inMemory() && memory.size >= static_cast<std::uint64_t>(kCompressedPayloadOffset)
+          ? decodeInMemory(std::move(inner), memory, std::move(layer), window_bits, lookahead_bits)
+          : decodeFromStream(std::move(inner), std::move(layer), window_bits, lookahead_bits);
+  if (!decoded) return fail(why, {FailureReason::kCompressedDamaged, 0});
+  return decoded;
 }
 
 }  // namespace qm

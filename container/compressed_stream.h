@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/failure.h"
 #include "container/container_header.h"
 #include "stream/memory_stream.h"
 #include "stream/stream.h"
@@ -43,7 +44,8 @@ class CompressedStream : public Stream {
 // its content in memory is decoded in one pass; one that must be read goes through the
 // incremental decoder, where a read error ends the content where it happened without failing
 // the layer. Running out of memory for the decoded bytes fails it. The result is positioned at
-// the end of its content.
-std::unique_ptr<Stream> openCompressed(std::unique_ptr<Stream> inner, const ContainerHeader& header);
+// the end of its content. Why it failed goes to `why`, when given.
+std::unique_ptr<Stream> openCompressed(std::unique_ptr<Stream> inner, const ContainerHeader& header,
+                                       Failure* why = nullptr);
 
 }  // namespace qm

@@ -58,13 +58,13 @@ class CipherSource {
     positional_ = inner->readAt(0, &probe, 0) == 0;
   }
 
-  DecryptionFailure decryptInto(GcmDecryption& gcm, std::uint8_t* plain) {
+  FailureReason decryptInto(GcmDecryption& gcm, std::uint8_t* plain) {
     std::uint8_t aad[kEncryptedAadSize];
     std::uint8_t tag[kEncryptedTagSize];
     if (!copyAt(0, aad, sizeof aad) || !copyAt(file_size_ - kEncryptedTagSize, tag, sizeof tag)) {
-      return DecryptionFailure::kUnreadable;
+      return FailureReason::kEncryptedUnreadable;
     }
-    if (!gcm.addAuthenticatedData(aad, sizeof aad)) return DecryptionFailure::kCipher;
+    if (!gcm.addAuthenticatedData(aad, sizeof aad)) return FailureReason::kCryptoFailed;
     std::uint64_t cipher_size = file_size_ - kEncryptedMinimumSize;
     // Fresh pages for the plaintext are faulted in ahead of the reads on a thread of their own.
     PagePopulator populator(plain, cipher_size);
@@ -74,12 +74,12 @@ class CipherSource {
     });
     for (std::uint64_t done = 0; done < cipher_size;) {
       std::uint64_t piece = cipher_size - done < kCipherPiece ? cipher_size - done : kCipherPiece;
-      if (!filler.waitUntil(done + piece)) return DecryptionFailure::kUnreadable;
-      if (!gcm.update(plain + done, piece, plain + done)) return DecryptionFailure::kCipher;
+      if (!filler.waitUntil(done + piece)) return FailureReason::kEncryptedUnreadable;
+      if (!gcm.update(plain + done, piece, plain + done)) return FailureReason::kCryptoFailed;
       done += piece;
       populator.wrote(done);
     }
-    return gcm.finishAndCheckTag(tag) ? DecryptionFailure::kNone : DecryptionFailure::kTagMismatch;
+    return gcm.finishAndCheckTag(tag) ? FailureReason::kNone : FailureReason::kWrongPasswordOrDamaged;
   }
 
  private:
@@ -123,10 +123,10 @@ int EncryptedStream::close() {
 namespace {
 
 std::unique_ptr<EncryptedStream> decryptContainer(Stream* inner, const ContainerHeader& header,
-                                                  std::string_view password, DecryptionFailure* why) {
-  DecryptionFailure ignored;
-  DecryptionFailure& failure = why ? *why : ignored;
-  failure = DecryptionFailure::kMalformed;
+                                                  std::string_view password, Failure* why) {
+  Failure ignored;
+  FailureReason& failure = (why ? *why : ignored).reason;
+  failure = FailureReason::kContainerMalformed;
   if (!inner || header.container_type != kContainerEncrypted ||
       header.type_version != kContainerVersion) {
     return nullptr;
@@ -141,7 +141,7 @@ std::unique_ptr<EncryptedStream> decryptContainer(Stream* inner, const Container
   // Every byte is read in and decrypted before anyone sees it.
   LargeBuffer plain = allocateUninitialized(plain_size ? static_cast<std::size_t>(plain_size) : 1);
   if (!plain) {
-    failure = DecryptionFailure::kNoMemory;
+    failure = FailureReason::kNoMemory;
     return nullptr;
   }
 
@@ -151,13 +151,13 @@ std::unique_ptr<EncryptedStream> decryptContainer(Stream* inner, const Container
   bool started = derived && gcm.start(key, secrets.nonce);
   wipeSecret(key, sizeof key);  // the cipher keeps its own schedule, wiped when it is freed
   if (!started) {
-    failure = DecryptionFailure::kCipher;
+    failure = FailureReason::kCryptoFailed;
     return nullptr;
   }
   CipherSource source(inner, file_size);
   // Nothing decrypted leaves this function unless the tag matched.
   failure = source.decryptInto(gcm, plain.get());
-  if (failure != DecryptionFailure::kNone) return nullptr;
+  if (failure != FailureReason::kNone) return nullptr;
   auto layer = std::make_unique<EncryptedStream>(header);
   layer->content()->adopt(std::move(plain), plain_size, plain_size);
   return layer;
@@ -166,7 +166,7 @@ std::unique_ptr<EncryptedStream> decryptContainer(Stream* inner, const Container
 }  // namespace
 
 std::unique_ptr<Stream> openEncrypted(std::unique_ptr<Stream> inner, const ContainerHeader& header,
-                                      std::string_view password, DecryptionFailure* why) {
+                                      std::string_view password, Failure* why) {
   std::unique_ptr<EncryptedStream> layer = decryptContainer(inner.get(), header, password, why);
   // The plaintext is all in memory: the container is done with.
   const bool closed = !inner || inner->close() == 0;

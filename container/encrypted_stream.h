@@ -9,6 +9,7 @@
 #include <memory>
 #include <string_view>
 
+#include "base/failure.h"
 #include "container/container_header.h"
 #include "stream/memory_stream.h"
 #include "stream/stream.h"
@@ -44,21 +45,11 @@ class EncryptedStream : public Stream {
   std::unique_ptr<MemoryStream> content_ = std::make_unique<MemoryStream>();
 };
 
-// Why a container was refused.
-enum class DecryptionFailure {
-  kNone,
-  kMalformed,     // wrong type or version, or shorter than its fixed fields and tag
-  kUnreadable,    // the container could not be read
-  kNoMemory,      // no memory for the plaintext
-  kCipher,        // the crypto library failed (or is missing)
-  kTagMismatch,   // the tag does not match: a wrong password, or damaged bytes
-};
-
 // Builds the layer, or null on any failure, whose reason goes to `why` when given. Nothing is
 // returned unless the tag matches. Like every layer it consumes the stream beneath it, also when
 // it fails; as the plaintext is all in memory, that stream is closed before this returns. The
 // result is positioned at the end of its content.
 std::unique_ptr<Stream> openEncrypted(std::unique_ptr<Stream> inner, const ContainerHeader& header,
-                                      std::string_view password, DecryptionFailure* why = nullptr);
+                                      std::string_view password, Failure* why = nullptr);
 
 }  // namespace qm

@@ -9,17 +9,17 @@
 
 namespace qm {
 
-std::unique_ptr<MdfFile> MdfFile::open(Stream* stream, LoadHooks* hooks) {
-  if (!stream) return nullptr;
+std::unique_ptr<MdfFile> MdfFile::open(Stream* stream, LoadHooks* hooks, Failure* why) {
+  if (!stream) return fail(why, {FailureReason::kNotMdf, 0});
   std::unique_ptr<MdfFile> file(new MdfFile(stream));
   {
     // The cache lives only for the load; the tree holds its blocks afterwards.
     LoadContext ctx(stream, hooks);
     BlockRef root = loadSingle(ctx, stream, 0);
     IdBlock* id = blockAs<IdBlock>(root);
-    if (!id) return nullptr;
+    if (!id) return fail(why, {streamSize(stream) == 0 ? FailureReason::kEmptyFile : FailureReason::kNotMdf, 0});
     BlockRef header = loadSingle(ctx, stream, kHeaderBlockOffset);
-    if (!blockAs<HeaderBlock>(header)) return nullptr;
+    if (!blockAs<HeaderBlock>(header)) return fail(why, {FailureReason::kMdfUnreadable, 0});
     id->header_block = std::move(header);
     file->root_ = std::move(root);
   }

@@ -18,16 +18,16 @@ struct Unwrapped {
   std::string content;
 };
 
-Unwrapped unwrap(const std::string& file, std::string_view password) {
+Unwrapped unwrap(const std::string& file, std::string_view password, Failure* why = nullptr) {
   Unwrapped result;
   std::unique_ptr<Stream> current = BufferedStream::create(test::memoryStreamOf(file), file.size());
   ContainerHeader header{};
   while (current && detectContainer(current.get(), &header) == 1) {
     result.layers.push_back(header.container_type);
     if (header.container_type == kContainerCompressed) {
-      current = openCompressed(std::move(current), header);
+      current = openCompressed(std::move(current), header, why);
     } else if (header.container_type == kContainerEncrypted) {
-      current = openEncrypted(std::move(current), header, password);
+      current = openEncrypted(std::move(current), header, password, why);
     } else {
       current.reset();
     }
@@ -36,6 +36,33 @@ Unwrapped unwrap(const std::string& file, std::string_view password) {
   current->seek(0, kSeekSet);
   result.content = test::readRest(current.get());
   return result;
+}
+
+// A refused layer says why, so that the conversion can tell the user.
+TEST(ContainerLayers, RefusedLayersSayWhy) {
+  const std::string mdf = "MDF     payload";
+  std::string encrypted = test::makeEncryptedContainer(mdf, 0x1A2B, "pw", 2);
+  std::string flipped = encrypted;
+  flipped[flipped.size() / 2] ^= 1;
+  struct Case {
+    std::string file;
+    std::string password;
+    FailureReason reason;
+  };
+  const Case cases[] = {
+      {encrypted, "wrong", FailureReason::kWrongPasswordOrDamaged},
+      {flipped, "pw", FailureReason::kWrongPasswordOrDamaged},
+      {encrypted.substr(0, 60), "pw", FailureReason::kContainerMalformed},
+      {test::makeCompressedPrefix(1, 4, 1 << 20), "", FailureReason::kContainerMalformed},  // window too wide
+  };
+  for (const Case& c : cases) {
+    Failure why;
+    EXPECT_EQ(unwrap(c.file, c.password, &why).content, "<failed>");
+    EXPECT_EQ(why.reason, c.reason) << describeFailure(why).c_str();
+  }
+  Failure none;
+  EXPECT_EQ(unwrap(encrypted, "pw", &none).content, mdf);
+  EXPECT_FALSE(none);
 }
 
 TEST(ContainerLayers, NestedContainersUnwrapInTheOrderFound) {

@@ -290,6 +290,24 @@ TEST(MdfFileOpen, RefusesUnknownFileIds) {
                                                    "Unable to load block header for type MDF4    "}));
 }
 
+TEST(MdfFileOpen, SaysWhyItRefused) {
+  LogCapture log;
+  B b;
+  b.id({});
+  b.header({});
+  struct Case {
+    std::string bytes;
+    FailureReason reason;
+  };
+  for (const Case& c : {Case{"", FailureReason::kEmptyFile}, Case{"hello, no measurement", FailureReason::kNotMdf},
+                        Case{b.bytes().substr(0, 80), FailureReason::kMdfUnreadable}}) {
+    auto stream = memoryStreamOf(c.bytes);
+    Failure why;
+    EXPECT_FALSE(MdfFile::open(stream.get(), nullptr, &why));
+    EXPECT_EQ(why.reason, c.reason) << c.bytes.size();
+  }
+}
+
 class CountingHooks : public LoadHooks {
  public:
   void dataGroupLoaded(DataGroupBlock& dg) override {
