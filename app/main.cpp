@@ -1,7 +1,6 @@
 // quillmend: finalizes the MDF4 files that CAN/LIN bus loggers write, layer by layer.
 #include <malloc.h>
 
-#include <csignal>
 #include <memory>
 #include <new>
 
@@ -13,6 +12,7 @@
 #include "app/run_context.h"
 #include "memory/large_buffer.h"
 #include "output/pending_outputs.h"
+#include "platform/stop_requests.h"
 #include "platform/terminal.h"
 
 namespace {
@@ -39,8 +39,8 @@ void keepFreedBuffers() {
 
 int main(int argc, char** argv) {
   // A file-size limit must fail the one write that crosses it, not kill the run.
-  std::signal(SIGXFSZ, SIG_IGN);
-  qm::removePendingOutputsOnStopSignals();
+  qm::failWritesPastFileSizeLimit();
+  qm::removePendingOutputsOnStopRequests();
   keepFreedBuffers();
   int exit_status = qm::kExitOk;
   std::unique_ptr<qm::RunContext> context(new (std::nothrow) qm::RunContext());
