@@ -1,8 +1,6 @@
 // quillmend: finalizes the MDF4 files that CAN/LIN bus loggers write, layer by layer.
 #include <malloc.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <memory>
 #include <new>
 
@@ -14,6 +12,8 @@
 #include "app/run_context.h"
 #include "memory/large_buffer.h"
 #include "output/pending_outputs.h"
+#include "platform/stop_requests.h"
+#include "platform/terminal.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ namespace {
 std::unique_ptr<qm::ProgressDisplay> startProgress(const qm::ConverterJob& job, const qm::RunContext& context) {
   if (!qm::progressWanted(context.options)) return nullptr;
   qm::InputTotals totals = qm::countInputs(job, context.inputs);
-  return std::make_unique<qm::ProgressDisplay>(STDERR_FILENO, totals.files, totals.bytes);
+  return std::make_unique<qm::ProgressDisplay>(qm::standardErrorHandle(), totals.files, totals.bytes);
 }
 
 // A folder's files need buffers of about their size, one conversion after another. The large
@@ -39,8 +39,8 @@ void keepFreedBuffers() {
 
 int main(int argc, char** argv) {
   // A file-size limit must fail the one write that crosses it, not kill the run.
-  std::signal(SIGXFSZ, SIG_IGN);
-  qm::removePendingOutputsOnStopSignals();
+  qm::failWritesPastFileSizeLimit();
+  qm::removePendingOutputsOnStopRequests();
   keepFreedBuffers();
   int exit_status = qm::kExitOk;
   std::unique_ptr<qm::RunContext> context(new (std::nothrow) qm::RunContext());

@@ -1,10 +1,5 @@
 #include "app/progress_display.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 namespace qm {
 namespace {
 
@@ -14,8 +9,8 @@ constexpr std::string_view kClearLine = "\r\033[K";
 
 }  // namespace
 
-ProgressDisplay::ProgressDisplay(int fd, std::int64_t files_total, std::uint64_t bytes_total)
-    : fd_(fd), started_(Clock::now()) {
+ProgressDisplay::ProgressDisplay(OutputHandle output, std::int64_t files_total, std::uint64_t bytes_total)
+    : output_(output), started_(Clock::now()) {
   counts_.files_total = files_total;
   counts_.bytes_total = bytes_total;
   setLogOutput(kLogContext | kLogTag | kLogLocation | kLogMessage, this, &ProgressDisplay::writeLogLine);
@@ -96,7 +91,7 @@ void ProgressDisplay::redrawIfDue() {
 
 void ProgressDisplay::redraw() {
   SmallString text(kClearLine);
-  text.append(statusLine(snapshotLocked(), terminalWidth(fd_)).view());
+  text.append(statusLine(snapshotLocked(), terminalWidth(output_)).view());
   writeAll(text.view());
   status_shown_ = true;
   last_drawn_ = Clock::now();
@@ -109,12 +104,7 @@ void ProgressDisplay::clearStatusLine() {
 }
 
 void ProgressDisplay::writeAll(std::string_view bytes) const {
-  while (!bytes.empty()) {
-    ssize_t written = ::write(fd_, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
+  qm::writeAll(output_, bytes.data(), bytes.size());
 }
 
 // A log line goes above the status line: the status line makes room, the log line is written
@@ -124,19 +114,17 @@ void ProgressDisplay::writeLogLine(void* display, LogLine& line) {
   std::lock_guard<std::mutex> lock(self->mutex_);
   self->clearStatusLine();
   *line.pos = '\n';
-  ssize_t ignored = ::write(self->fd_, line.start, static_cast<std::size_t>(line.pos - line.start) + 1);
-  (void)ignored;
+  writeOnce(self->output_, line.start, static_cast<std::size_t>(line.pos - line.start) + 1);
   self->redraw();
 }
 
 bool progressWanted(const ConversionOptions& options) {
-  return !options.non_interactive && ::isatty(STDERR_FILENO) == 1;
+  return !options.non_interactive && isTerminal(standardErrorHandle());
 }
 
-int terminalWidth(int fd) {
-  winsize size{};
-  if (::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
-  return 80;
+int terminalWidth(OutputHandle output) {
+  int columns = terminalColumns(output);
+  return columns > 0 ? columns : 80;
 }
 
 }  // namespace qm

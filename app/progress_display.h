@@ -12,14 +12,15 @@
 #include "app/run_context.h"
 #include "app/progress_line.h"
 #include "base/log.h"
+#include "platform/terminal.h"
 
 namespace qm {
 
 class ProgressDisplay {
  public:
-  // Draws on `fd`, which takes log lines too while the display runs. The totals are what the
-  // run is about to convert.
-  ProgressDisplay(int fd, std::int64_t files_total, std::uint64_t bytes_total);
+  // Draws on `output`, which takes log lines too while the display runs. The totals are what
+  // the run is about to convert.
+  ProgressDisplay(OutputHandle output, std::int64_t files_total, std::uint64_t bytes_total);
   ProgressDisplay(const ProgressDisplay&) = delete;
   ProgressDisplay& operator=(const ProgressDisplay&) = delete;
   ~ProgressDisplay();
@@ -48,7 +49,7 @@ class ProgressDisplay {
   ProgressSnapshot snapshotLocked() const;
   static void writeLogLine(void* display, LogLine& line);
 
-  const int fd_;
+  const OutputHandle output_;
   const Clock::time_point started_;
   mutable std::mutex mutex_;
   std::condition_variable stop_;
@@ -63,7 +64,7 @@ class ProgressDisplay {
 // Standard error is a terminal and --non-interactive was not given.
 bool progressWanted(const ConversionOptions& options);
 
-// Columns of the terminal on `fd`, 80 when it does not say.
-int terminalWidth(int fd);
+// Columns of the terminal on `output`, 80 when it does not say.
+int terminalWidth(OutputHandle output);
 
 }  // namespace qm

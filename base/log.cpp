@@ -1,12 +1,10 @@
 #include "base/log.h"
 
-#include <sys/syscall.h>
-#include <sys/time.h>
-#include <unistd.h>
-
 #include <cstdarg>
 #include <cstdio>
-#include <ctime>
+
+#include "platform/process_info.h"
+#include "platform/terminal.h"
 
 namespace qm {
 namespace {
@@ -49,27 +47,23 @@ void putNumber(LogLine& line, long long value, int width, char pad) {
 }
 
 void putContext(LogLine& line, int level) {
-  timeval now{};
-  gettimeofday(&now, nullptr);
-  std::tm local{};
-  time_t seconds = now.tv_sec;
-  localtime_r(&seconds, &local);
+  const LocalTime now = localTimeNow();
   // The year is known but deliberately not printed.
-  putNumber(line, local.tm_mon + 1, 2, '0');
+  putNumber(line, now.month, 2, '0');
   putChar(line, '-');
-  putNumber(line, local.tm_mday, 2, '0');
+  putNumber(line, now.day, 2, '0');
   putChar(line, ' ');
-  putNumber(line, local.tm_hour, 2, '0');
+  putNumber(line, now.hour, 2, '0');
   putChar(line, ':');
-  putNumber(line, local.tm_min, 2, '0');
+  putNumber(line, now.minute, 2, '0');
   putChar(line, ':');
-  putNumber(line, local.tm_sec, 2, '0');
+  putNumber(line, now.second, 2, '0');
   putChar(line, '.');
-  putNumber(line, now.tv_usec / 1000, 3, '0');
+  putNumber(line, now.millisecond, 3, '0');
   putChar(line, ' ');
-  putNumber(line, getpid(), 5, ' ');
+  putNumber(line, processId(), 5, ' ');
   putChar(line, ' ');
-  putNumber(line, static_cast<long long>(syscall(SYS_gettid)), 5, ' ');
+  putNumber(line, threadId(), 5, ' ');
   putChar(line, ' ');
   putChar(line, logLevelLetter(level));
   putChar(line, ' ');
@@ -142,8 +136,7 @@ void setLogOutput(unsigned mask, void* arg, LogOutput output) {
 
 void writeLineToStderr(void*, LogLine& line) {
   *line.pos = '\n';
-  ssize_t ignored = ::write(2, line.start, static_cast<std::size_t>(line.pos - line.start) + 1);
-  (void)ignored;
+  writeOnce(standardErrorHandle(), line.start, static_cast<std::size_t>(line.pos - line.start) + 1);
 }
 
 char logLevelLetter(int level) {

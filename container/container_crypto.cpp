@@ -1,7 +1,6 @@
 #include "container/container_crypto.h"
 
 #include <openssl/evp.h>
-#include <string.h>
 
 #include <climits>
 
@@ -24,8 +23,6 @@ bool deriveContainerKey(std::string_view password, const std::uint8_t* salt, std
   return PKCS5_PBKDF2_HMAC(password.data(), static_cast<int>(password.size()), salt, static_cast<int>(salt_size), rounds,
                            EVP_sha256(), static_cast<int>(kContainerKeySize), key) == 1;
 }
-
-void wipeSecret(void* data, std::size_t size) { explicit_bzero(data, size); }
 
 GcmDecryption::GcmDecryption() : context_(EVP_CIPHER_CTX_new()) {}
 

@@ -16,9 +16,6 @@ inline constexpr std::size_t kGcmTagSize = 16;
 bool deriveContainerKey(std::string_view password, const std::uint8_t* salt, std::size_t salt_size,
                         std::uint32_t iterations, std::uint8_t key[kContainerKeySize]);
 
-// Overwrites secret bytes in a way the compiler cannot drop as a dead store.
-void wipeSecret(void* data, std::size_t size);
-
 // One AES-256-GCM decryption. Any number of update steps, then finish, which checks the tag.
 // The cipher state is released (and its key schedule wiped) whichever way the work ends.
 class GcmDecryption {

@@ -6,6 +6,7 @@
 #include "memory/large_buffer.h"
 #include "memory/page_populator.h"
 #include "memory/piece_filler.h"
+#include "platform/secret.h"
 #include "stream/stream_reader.h"
 
 namespace qm {

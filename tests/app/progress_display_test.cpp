@@ -32,6 +32,7 @@ class ProgressDisplayTest : public ::testing::Test {
   void SetUp() override {
     fd_ = ::open((dir_ / "screen").c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
     ASSERT_GE(fd_, 0);
+    screen_ = OutputHandle{fd_};  // on POSIX systems the descriptor is the handle
     setLogThreshold(kLogVerbose);
   }
   void TearDown() override {
@@ -42,11 +43,12 @@ class ProgressDisplayTest : public ::testing::Test {
 
   test::TempDir dir_;
   int fd_ = -1;
+  OutputHandle screen_{-1};
 };
 
 TEST_F(ProgressDisplayTest, LogLinesGoAboveTheStatusLineAndTheSummaryReplacesIt) {
   {
-    ProgressDisplay display(fd_, 2, 300);
+    ProgressDisplay display(screen_, 2, 300);
     display.fileStarted("logs/a.MF4");
     QM_LOG_E("Error during conversion of %s", "logs/a.MF4");
     display.fileFinished(100, false);
@@ -72,7 +74,7 @@ TEST_F(ProgressDisplayTest, LogLinesGoAboveTheStatusLineAndTheSummaryReplacesIt)
 }
 
 TEST_F(ProgressDisplayTest, SkippedFilesAreDoneAndLeaveTheByteTotal) {
-  ProgressDisplay display(fd_, 3, 600);
+  ProgressDisplay display(screen_, 3, 600);
   display.fileSkipped(100);
   display.fileStarted("c.MF4");
   display.fileFinished(200, true);
@@ -92,7 +94,7 @@ TEST_F(ProgressDisplayTest, WorkersReportingTogetherKeepLinesWholeAndCountsRight
   constexpr int kWorkers = 4;
   constexpr int kFilesEach = 60;
   {
-    ProgressDisplay display(fd_, kWorkers * kFilesEach, kWorkers * kFilesEach * 10);
+    ProgressDisplay display(screen_, kWorkers * kFilesEach, kWorkers * kFilesEach * 10);
     std::vector<std::thread> workers;
     for (int w = 0; w < kWorkers; ++w) {
       workers.emplace_back([&display, w] {

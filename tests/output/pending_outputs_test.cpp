@@ -31,7 +31,7 @@ TEST_P(PendingOutputsDeathTest, AStopSignalRemovesThePendingFilesAndStillEndsThe
   EXPECT_EXIT(
       {
         ::signal(stop, SIG_DFL);  // as a program started from a terminal gets it
-        removePendingOutputsOnStopSignals();
+        removePendingOutputsOnStopRequests();
         PendingOutput a(dir_ / "a.partial");
         PendingOutput b(dir_ / "b.partial");
         PendingOutput done(dir_ / "done.partial");
@@ -51,7 +51,7 @@ TEST_P(PendingOutputsDeathTest, AStopSignalThatWasIgnoredStaysIgnored) {
   EXPECT_EXIT(
       {
         ::signal(stop, SIG_IGN);  // as under nohup, or in a background job of a script
-        removePendingOutputsOnStopSignals();
+        removePendingOutputsOnStopRequests();
         PendingOutput a(dir_ / "a.partial");
         a.create([&] { return createFile(a); });
         ::raise(stop);
@@ -68,7 +68,7 @@ TEST(PendingOutputsDeathTestWhileCreating, AFileBeingCreatedGoesToo) {
   const std::string path = dir / "slow.partial";
   EXPECT_EXIT(
       {
-        removePendingOutputsOnStopSignals();
+        removePendingOutputsOnStopRequests();
         std::atomic<bool> file_there{false};
         std::thread creator([&] {
           PendingOutput slow(path);

@@ -4,6 +4,7 @@
 
 #include "lzss_encoder.h"
 #include "container/container_crypto.h"
+#include "platform/secret.h"
 
 namespace qm::test {
 namespace {
