@@ -1,15 +1,10 @@
 #include "memory/page_populator.h"
 
-#include <sys/mman.h>
-
 #include <chrono>
 #include <system_error>
 
 #include "base/spare_processors.h"
-
-#ifndef MADV_POPULATE_WRITE
-#define MADV_POPULATE_WRITE 23
-#endif
+#include "platform/pages.h"
 
 namespace qm {
 namespace {
@@ -53,7 +48,7 @@ void PagePopulator::populateAhead(std::uint8_t* data, std::uint64_t size) {
   for (std::uintptr_t at = first; at < end; at += kChunk) {
     if (!waitWhileFarAhead(at - start)) return;
     // Failing (an old kernel, no memory) only leaves the faults to the writer.
-    if (madvise(reinterpret_cast<void*>(at), kChunk, MADV_POPULATE_WRITE) != 0) return;
+    if (!populatePagesForWriting(reinterpret_cast<void*>(at), kChunk)) return;
   }
 }
 

@@ -1,10 +1,9 @@
 #include "memory/page_toucher.h"
 
-#include <unistd.h>
-
 #include <system_error>
 
 #include "base/spare_processors.h"
+#include "platform/pages.h"
 
 namespace qm {
 
@@ -23,7 +22,7 @@ PageToucher::~PageToucher() {
 }
 
 void PageToucher::touchAll(const std::uint8_t* data, std::uint64_t size) {
-  const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+  const std::uint64_t page = pageSize();
   std::uint8_t seen = 0;
   for (std::uint64_t at = 0; at < size && !stopping_.load(std::memory_order_relaxed); at += page) {
     seen ^= *static_cast<const volatile std::uint8_t*>(data + at);
