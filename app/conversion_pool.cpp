@@ -1,13 +1,12 @@
 #include "app/conversion_pool.h"
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <system_error>
 
 #include "base/spare_processors.h"
+#include "platform/allocator.h"
 #include "platform/resource_limits.h"
 
 namespace qm {
@@ -99,8 +98,8 @@ void keepWithinBudget(MappedBlockCache& kept_blocks, std::uint64_t memory_in_use
   kept_blocks.trimTo(static_cast<std::size_t>(std::min<std::uint64_t>(room, SIZE_MAX)));
   // The heap keeps freed buffers too (the program asks it to); when they may not fit beside
   // the rest, their pages go back to the system. Rare: only a tight budget gets here.
-  const std::uint64_t heap_free = mallinfo2().fordblks;
-  if (kept > room || heap_free > room - kept) malloc_trim(0);
+  const std::uint64_t heap_free = freeHeapBytes();
+  if (kept > room || heap_free > room - kept) returnFreeHeapMemory();
 }
 
 namespace {

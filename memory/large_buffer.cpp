@@ -1,5 +1,6 @@
 #include "memory/large_buffer.h"
 
+#include "platform/allocator.h"
 #include "platform/pages.h"
 
 namespace qm {
@@ -71,6 +72,11 @@ bool growLargeBuffer(LargeBuffer& buffer, std::size_t capacity) {
   buffer.reset(static_cast<std::uint8_t*>(grown));
   adviseHugePages(grown, capacity);
   return true;
+}
+
+void keepFreedBuffers() {
+  constexpr std::size_t kKeptBeforeTrimming = std::size_t{1} << 30;
+  keepFreedHeapMemory(kLargestRecycledBuffer, kKeptBeforeTrimming);
 }
 
 }  // namespace qm
