@@ -1,5 +1,6 @@
 #include "memory/large_buffer.h"
 
+#include "memory/speed_helpers.h"
 #include "platform/allocator.h"
 #include "platform/pages.h"
 
@@ -31,7 +32,7 @@ void LargeBufferDeleter::operator()(std::uint8_t* data) const {
 
 void adviseHugePages(void* data, std::size_t size) {
   // Smaller blocks cannot hold a huge page, and may share their pages with other allocations.
-  if (data == nullptr || size < kHugePage) return;
+  if (!kSpeedHelpers.huge_pages || data == nullptr || size < kHugePage) return;
   // Only a hint: where huge pages are off or scarce, ordinary pages serve as before. It covers
   // every page the block touches, so that realloc can still grow the block by moving its pages.
   hintHugePages(data, size);
@@ -75,6 +76,7 @@ bool growLargeBuffer(LargeBuffer& buffer, std::size_t capacity) {
 }
 
 void keepFreedBuffers() {
+  if (!kSpeedHelpers.kept_buffers) return;
   constexpr std::size_t kKeptBeforeTrimming = std::size_t{1} << 30;
   keepFreedHeapMemory(kLargestRecycledBuffer, kKeptBeforeTrimming);
 }

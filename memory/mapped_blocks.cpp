@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 
+#include "memory/speed_helpers.h"
 #include "platform/pages.h"
 
 namespace qm {
@@ -23,7 +24,7 @@ MappedBlock mapFreshBlock(std::size_t size) {
   void* data = allocatePages(size, kHugePage);
   if (data == nullptr) return {};
   // Only a hint: where huge pages are off or scarce, ordinary pages serve.
-  hintHugePages(data, size);
+  if (kSpeedHelpers.huge_pages) hintHugePages(data, size);
   return {data, size};
 }
 
@@ -99,7 +100,8 @@ std::size_t MappedBlockCache::keptBytes() {
 
 MappedBlockCache& sharedBlockCache() {
   // Never destroyed: a buffer freed while the program exits still has a cache to go back to.
-  static auto* cache = new MappedBlockCache(kLargestRecycledBuffer, 2 * kLargestRecycledBuffer);
+  constexpr std::size_t kLargestKept = kSpeedHelpers.kept_buffers ? kLargestRecycledBuffer : 0;
+  static auto* cache = new MappedBlockCache(kLargestKept, 2 * kLargestKept);
   return *cache;
 }
 

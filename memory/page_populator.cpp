@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "base/spare_processors.h"
+#include "memory/speed_helpers.h"
 #include "platform/pages.h"
 
 namespace qm {
@@ -12,7 +13,7 @@ constexpr auto kPoll = std::chrono::microseconds(200);
 }
 
 PagePopulator::PagePopulator(std::uint8_t* data, std::uint64_t size) {
-  if (data == nullptr || size < 2 * kChunk || !processorToSpare()) return;
+  if (!kSpeedHelpers.page_populator || data == nullptr || size < 2 * kChunk || !processorToSpare()) return;
   try {
     thread_ = std::thread([this, data, size] { populateAhead(data, size); });
   } catch (const std::system_error&) {

@@ -3,12 +3,13 @@
 #include <system_error>
 
 #include "base/spare_processors.h"
+#include "memory/speed_helpers.h"
 #include "platform/pages.h"
 
 namespace qm {
 
 PageToucher::PageToucher(const std::uint8_t* data, std::uint64_t size) {
-  if (data == nullptr || size == 0 || !processorToSpare()) return;
+  if (!kSpeedHelpers.page_toucher || data == nullptr || size == 0 || !processorToSpare()) return;
   try {
     thread_ = std::thread([this, data, size] { touchAll(data, size); });
   } catch (const std::system_error&) {
