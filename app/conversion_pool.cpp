@@ -1,16 +1,13 @@
 #include "app/conversion_pool.h"
 
-#include <malloc.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <system_error>
 
-#include "base/control_group.h"
 #include "base/spare_processors.h"
+#include "platform/allocator.h"
+#include "platform/resource_limits.h"
 
 namespace qm {
 
@@ -101,8 +98,8 @@ void keepWithinBudget(MappedBlockCache& kept_blocks, std::uint64_t memory_in_use
   kept_blocks.trimTo(static_cast<std::size_t>(std::min<std::uint64_t>(room, SIZE_MAX)));
   // The heap keeps freed buffers too (the program asks it to); when they may not fit beside
   // the rest, their pages go back to the system. Rare: only a tight budget gets here.
-  const std::uint64_t heap_free = mallinfo2().fordblks;
-  if (kept > room || heap_free > room - kept) malloc_trim(0);
+  const std::uint64_t heap_free = freeHeapBytes();
+  if (kept > room || heap_free > room - kept) returnFreeHeapMemory();
 }
 
 namespace {
@@ -110,16 +107,16 @@ namespace {
 // A conversion holds one open file at a time (its input, then its output, then the output's
 // folder); two per worker leave room to spare. The run itself holds a few more (standard
 // streams, folders being listed, the crypto library while it loads).
-constexpr rlim_t kFilesPerWorker = 2;
-constexpr rlim_t kFilesOfTheRun = 64;
+constexpr std::uint64_t kFilesPerWorker = 2;
+constexpr std::uint64_t kFilesOfTheRun = 64;
 
 // More workers than the open-file limit leaves room for would make conversions fail to open
 // their files instead of waiting their turn.
 int workersTheOpenFileLimitAllows() {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return INT_MAX;
-  const rlim_t room = limit.rlim_cur > kFilesOfTheRun ? limit.rlim_cur - kFilesOfTheRun : 0;
-  return static_cast<int>(std::clamp<rlim_t>(room / kFilesPerWorker, 1, INT_MAX));
+  const std::uint64_t limit = openFileLimit();
+  if (limit == UINT64_MAX) return INT_MAX;
+  const std::uint64_t room = limit > kFilesOfTheRun ? limit - kFilesOfTheRun : 0;
+  return static_cast<int>(std::clamp<std::uint64_t>(room / kFilesPerWorker, 1, INT_MAX));
 }
 
 }  // namespace
@@ -130,12 +127,9 @@ int workersForJobs(int jobs) {
 }
 
 std::uint64_t defaultMemoryBudget() {
-  long pages = sysconf(_SC_PHYS_PAGES);
-  long page_size = sysconf(_SC_PAGESIZE);
-  std::uint64_t physical = pages > 0 && page_size > 0
-                               ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(page_size)
-                               : std::uint64_t{2} << 30;
-  return std::min(physical, controlGroupMemoryLimit()) / 2;
+  std::uint64_t physical = physicalMemory();
+  if (physical == 0) physical = std::uint64_t{2} << 30;
+  return std::min(physical, memoryLimit()) / 2;
 }
 
 }  // namespace qm

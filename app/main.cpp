@@ -1,5 +1,4 @@
 // quillmend: finalizes the MDF4 files that CAN/LIN bus loggers write, layer by layer.
-#include <malloc.h>
 
 #include <memory>
 #include <new>
@@ -24,24 +23,13 @@ std::unique_ptr<qm::ProgressDisplay> startProgress(const qm::ConverterJob& job, 
   return std::make_unique<qm::ProgressDisplay>(qm::standardErrorHandle(), totals.files, totals.bytes);
 }
 
-// A folder's files need buffers of about their size, one conversion after another. The large
-// ones keep their own freed blocks; those that grow from small (noted places, copied payloads)
-// come from malloc, which is told to keep them too: handed back to the system, each conversion
-// would pay for fresh pages again, which costs more than the work on them. Buffers larger than
-// kLargestRecycledBuffer still come straight from the system and go back to it.
-void keepFreedBuffers() {
-  constexpr int kKeptBeforeTrimming = 1 << 30;
-  mallopt(M_MMAP_THRESHOLD, static_cast<int>(qm::kLargestRecycledBuffer));
-  mallopt(M_TRIM_THRESHOLD, kKeptBeforeTrimming);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   // A file-size limit must fail the one write that crosses it, not kill the run.
   qm::failWritesPastFileSizeLimit();
   qm::removePendingOutputsOnStopRequests();
-  keepFreedBuffers();
+  qm::keepFreedBuffers();
   int exit_status = qm::kExitOk;
   std::unique_ptr<qm::RunContext> context(new (std::nothrow) qm::RunContext());
   // Without memory there is nothing to report; deliberately no failure status.

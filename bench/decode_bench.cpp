@@ -3,8 +3,6 @@
 // output), and AES-256-GCM decryption (MB/s of ciphertext). Each figure is the median of
 // several runs, as the machine may be busy.
 // Usage: qm_decode_bench [megabytes=100] [window_bits=11] [lookahead_bits=4] [runs=5]
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -19,6 +17,7 @@
 #include "container/decoder_stream.h"
 #include "container/encrypted_stream.h"
 #include "container/lzss_one_pass.h"
+#include "platform/process_usage.h"
 #include "stream/memory_stream.h"
 #include "tests/support/container_writer.h"
 #include "tests/support/lzss_encoder.h"
@@ -58,19 +57,13 @@ std::string loggerPayload(std::size_t size) {
 // Wall-clock and CPU time of one step; the CPU figures stay meaningful on a busy machine.
 struct Timer {
   std::chrono::steady_clock::time_point wall = std::chrono::steady_clock::now();
-  rusage usage = current();
+  qm::ProcessorTime usage = qm::processorTimeSoFar();
 
-  static rusage current() {
-    rusage now{};
-    getrusage(RUSAGE_SELF, &now);
-    return now;
-  }
-  static double seconds(const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; }
   double wallSeconds() const {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - wall).count();
   }
-  double userSeconds() const { return seconds(current().ru_utime) - seconds(usage.ru_utime); }
-  double systemSeconds() const { return seconds(current().ru_stime) - seconds(usage.ru_stime); }
+  double userSeconds() const { return qm::processorTimeSoFar().user_seconds - usage.user_seconds; }
+  double systemSeconds() const { return qm::processorTimeSoFar().system_seconds - usage.system_seconds; }
 };
 
 std::unique_ptr<qm::MemoryStream> streamOf(const std::string& bytes) {
@@ -134,11 +127,7 @@ bool sameBytes(const std::uint8_t* data, std::uint64_t size, const std::string& 
   return size == expected.size() && std::memcmp(data, expected.data(), expected.size()) == 0;
 }
 
-long peakMegabytes() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss / 1024;
-}
+long peakMegabytes() { return static_cast<long>(qm::peakResidentBytes() >> 20); }
 
 }  // namespace
 

@@ -1,7 +1,8 @@
 #include "memory/large_buffer.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
+#include "memory/speed_helpers.h"
+#include "platform/allocator.h"
+#include "platform/pages.h"
 
 namespace qm {
 namespace {
@@ -31,15 +32,10 @@ void LargeBufferDeleter::operator()(std::uint8_t* data) const {
 
 void adviseHugePages(void* data, std::size_t size) {
   // Smaller blocks cannot hold a huge page, and may share their pages with other allocations.
-  if (data == nullptr || size < kHugePage) return;
-  // The advice covers every page of the block, not only the whole huge pages inside it: advice
-  // on part of a mapping splits it in two, and a split mapping can no longer be grown by moving
-  // its pages (realloc would copy every byte instead).
-  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-  auto begin = reinterpret_cast<std::uintptr_t>(data) & ~(page - 1);
-  std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(data) + size + page - 1) & ~(page - 1);
-  // Only a hint: where huge pages are off or scarce, ordinary pages serve as before.
-  madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+  if (!kSpeedHelpers.huge_pages || data == nullptr || size < kHugePage) return;
+  // Only a hint: where huge pages are off or scarce, ordinary pages serve as before. It covers
+  // every page the block touches, so that realloc can still grow the block by moving its pages.
+  hintHugePages(data, size);
 }
 
 LargeBuffer allocateZeroed(std::size_t size) {
@@ -77,6 +73,12 @@ bool growLargeBuffer(LargeBuffer& buffer, std::size_t capacity) {
   buffer.reset(static_cast<std::uint8_t*>(grown));
   adviseHugePages(grown, capacity);
   return true;
+}
+
+void keepFreedBuffers() {
+  if (!kSpeedHelpers.kept_buffers) return;
+  constexpr std::size_t kKeptBeforeTrimming = std::size_t{1} << 30;
+  keepFreedHeapMemory(kLargestRecycledBuffer, kKeptBeforeTrimming);
 }
 
 }  // namespace qm

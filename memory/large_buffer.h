@@ -32,4 +32,12 @@ LargeBuffer allocateUninitialized(std::size_t size);
 // moved, not its bytes. False, with the buffer untouched, when memory runs out.
 bool growLargeBuffer(LargeBuffer& buffer, std::size_t capacity);
 
+// A folder's files need buffers of about their size, one conversion after another. The large
+// ones keep their own freed blocks; those that grow from small (noted places, copied payloads)
+// come from the heap, which is told here to keep them too: handed back to the system, each
+// conversion would pay for fresh pages again, which costs more than the work on them. Buffers
+// larger than kLargestRecycledBuffer still come straight from the system and go back to it.
+// Called once at start-up.
+void keepFreedBuffers();
+
 }  // namespace qm

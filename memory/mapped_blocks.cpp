@@ -1,28 +1,13 @@
 #include "memory/mapped_blocks.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
-#include <cstdint>
 #include <new>
+
+#include "memory/speed_helpers.h"
+#include "platform/pages.h"
 
 namespace qm {
 namespace {
-
-// Address space of `size` bytes (whole huge pages) from a huge-page boundary on: a larger
-// stretch is mapped and its ends cut off.
-void* mapAligned(std::size_t size, int protection) {
-  if (size > SIZE_MAX - kHugePage) return nullptr;  // no address space is that large anyway
-  const std::size_t span = size + kHugePage;
-  void* raw = mmap(nullptr, span, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (raw == MAP_FAILED) return nullptr;
-  const auto start = reinterpret_cast<std::uintptr_t>(raw);
-  const std::uintptr_t begin = (start + kHugePage - 1) & ~std::uintptr_t{kHugePage - 1};
-  const std::uintptr_t end = begin + size;
-  if (begin > start) munmap(raw, begin - start);
-  if (start + span > end) munmap(reinterpret_cast<void*>(end), start + span - end);
-  return reinterpret_cast<void*>(begin);
-}
 
 // Of two kept blocks, the one closer to a request: one that fits beats one that does not; of
 // two that fit the smaller, of two that do not the larger (it needs the fewest fresh pages).
@@ -36,50 +21,38 @@ bool closer(std::size_t candidate, std::size_t best, std::size_t wanted) {
 }  // namespace
 
 MappedBlock mapFreshBlock(std::size_t size) {
-  void* data = mapAligned(size, PROT_READ | PROT_WRITE);
+  void* data = allocatePages(size, kHugePage);
   if (data == nullptr) return {};
   // Only a hint: where huge pages are off or scarce, ordinary pages serve.
-  madvise(data, size, MADV_HUGEPAGE);
+  if (kSpeedHelpers.huge_pages) hintHugePages(data, size);
   return {data, size};
 }
 
-void unmapBlock(MappedBlock block) {
-  if (block.data != nullptr) munmap(block.data, block.size);
-}
+void unmapBlock(MappedBlock block) { freePages(block.data, block.size); }
 
 bool growMappedBlock(MappedBlock& block, std::size_t size) {
   if (size <= block.size) return true;
-  // In place when the address space behind the block is free, else moved to a new stretch that
-  // starts on a huge-page boundary (wherever the kernel would put it, huge pages could not back it).
-  void* grown = mremap(block.data, block.size, size, 0);
-  if (grown == MAP_FAILED) {
-    void* target = mapAligned(size, PROT_NONE);
-    if (target == nullptr) return false;
-    grown = mremap(block.data, block.size, size, MREMAP_MAYMOVE | MREMAP_FIXED, target);
-    if (grown == MAP_FAILED) {
-      munmap(target, size);
-      return false;
-    }
-  }
+  void* grown = growPages(block.data, block.size, size, kHugePage);
+  if (grown == nullptr) return false;
   block = {grown, size};
   return true;
 }
 
 MappedBlockCache::~MappedBlockCache() {
-  for (const MappedBlock& block : blocks_) munmap(block.data, block.size);
+  for (const MappedBlock& block : blocks_) unmapBlock(block);
 }
 
 MappedBlock MappedBlockCache::take(std::size_t size) {
   MappedBlock block = takeClosest(size);
   if (block.data != nullptr && block.size < size && !growMappedBlock(block, size)) {
-    munmap(block.data, block.size);
+    unmapBlock(block);
     block = {};
   }
   return block.data != nullptr ? block : mapFreshBlock(size);
 }
 
 void MappedBlockCache::giveBack(MappedBlock block) {
-  if (block.data != nullptr && !keep(block)) munmap(block.data, block.size);
+  if (block.data != nullptr && !keep(block)) unmapBlock(block);
 }
 
 MappedBlock MappedBlockCache::takeClosest(std::size_t size) {
@@ -113,7 +86,7 @@ void MappedBlockCache::trimTo(std::size_t most_kept_bytes) {
   while (kept_bytes_ > most_kept_bytes) {
     auto largest = std::max_element(blocks_.begin(), blocks_.end(),
                                     [](const MappedBlock& a, const MappedBlock& b) { return a.size < b.size; });
-    munmap(largest->data, largest->size);
+    unmapBlock(*largest);
     kept_bytes_ -= largest->size;
     *largest = blocks_.back();
     blocks_.pop_back();
@@ -127,7 +100,8 @@ std::size_t MappedBlockCache::keptBytes() {
 
 MappedBlockCache& sharedBlockCache() {
   // Never destroyed: a buffer freed while the program exits still has a cache to go back to.
-  static auto* cache = new MappedBlockCache(kLargestRecycledBuffer, 2 * kLargestRecycledBuffer);
+  constexpr std::size_t kLargestKept = kSpeedHelpers.kept_buffers ? kLargestRecycledBuffer : 0;
+  static auto* cache = new MappedBlockCache(kLargestKept, 2 * kLargestKept);
   return *cache;
 }
 

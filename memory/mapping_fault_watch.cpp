@@ -1,11 +1,9 @@
 #include "memory/mapping_fault_watch.h"
 
-#include <signal.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <mutex>
+
+#include "platform/lost_pages.h"
 
 namespace qm {
 namespace {
@@ -16,7 +14,7 @@ constexpr int kSlotCount = 1024;
 
 enum SlotState : int { kSlotFree = 0, kSlotClaimed = 1, kSlotActive = 2 };
 
-// Read by the signal handler without a lock: every field is atomic, and a slot's range and
+// Read inside the fault without a lock: every field is atomic, and a slot's range and
 // watch are published before its state turns active.
 struct Slot {
   std::atomic<int> state{kSlotFree};
@@ -26,11 +24,9 @@ struct Slot {
 };
 
 Slot g_slots[kSlotCount];
-std::uintptr_t g_page_size = 4096;
 thread_local MappingFaultWatch* t_current_watch = nullptr;
 
-extern "C" void onBusError(int signal_number, siginfo_t* info, void*) {
-  auto address = reinterpret_cast<std::uintptr_t>(info->si_addr);
+bool onLostPages(std::uintptr_t address) {
   for (Slot& slot : g_slots) {
     if (slot.state.load(std::memory_order_acquire) != kSlotActive) continue;
     std::uintptr_t start = slot.start.load(std::memory_order_relaxed);
@@ -38,27 +34,15 @@ extern "C" void onBusError(int signal_number, siginfo_t* info, void*) {
     if (address < start || address >= end) continue;
     // Everything from the faulting page on is gone from the file: zero pages stand in for it,
     // so the reading code runs to its end and the conversion can fail cleanly afterwards.
-    std::uintptr_t page = address & ~(g_page_size - 1);
-    std::uintptr_t length = ((end - page) + g_page_size - 1) & ~(g_page_size - 1);
-    void* replaced = mmap(reinterpret_cast<void*>(page), length, PROT_READ,
-                          MAP_FIXED | MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (replaced == MAP_FAILED) break;
+    if (!replaceLostPages(address, end)) return false;
     slot.watch.load(std::memory_order_relaxed)->markPagesLost();
-    return;
+    return true;
   }
-  // Not a watched mapping: die of it as the program would have without the handler.
-  ::signal(signal_number, SIG_DFL);
+  // Not a watched mapping.
+  return false;
 }
 
-void installHandler() {
-  long page_size = ::sysconf(_SC_PAGESIZE);
-  if (page_size > 0) g_page_size = static_cast<std::uintptr_t>(page_size);
-  struct sigaction action {};
-  action.sa_sigaction = onBusError;
-  action.sa_flags = SA_SIGINFO;
-  sigemptyset(&action.sa_mask);
-  ::sigaction(SIGBUS, &action, nullptr);
-}
+void installHandler() { handleLostPages(onLostPages); }
 
 }  // namespace
 

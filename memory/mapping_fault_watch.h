@@ -1,11 +1,11 @@
 #pragma once
 // A whole-file input is read through a mapping of the file. Should another program shorten the
-// file while it is mapped, touching the lost pages raises SIGBUS, which no read can report. A
+// file while it is mapped, touching the lost pages faults (SIGBUS), which no read can report. A
 // watch turns that fault into something one conversion can fail on: while a watch is the
 // current one of the thread that maps a file, the pages the file lost read as zeros instead of
 // killing the process, and the watch remembers that the input changed. The conversion then
 // discards what it made of those zeros. Faults on mappings made without a watch, and every
-// other SIGBUS, end the process as they always would.
+// other bus error, end the process as they always would.
 #include <atomic>
 #include <cstddef>
 

@@ -1,15 +1,11 @@
 #include "memory/page_populator.h"
 
-#include <sys/mman.h>
-
 #include <chrono>
 #include <system_error>
 
 #include "base/spare_processors.h"
-
-#ifndef MADV_POPULATE_WRITE
-#define MADV_POPULATE_WRITE 23
-#endif
+#include "memory/speed_helpers.h"
+#include "platform/pages.h"
 
 namespace qm {
 namespace {
@@ -17,7 +13,7 @@ constexpr auto kPoll = std::chrono::microseconds(200);
 }
 
 PagePopulator::PagePopulator(std::uint8_t* data, std::uint64_t size) {
-  if (data == nullptr || size < 2 * kChunk || !processorToSpare()) return;
+  if (!kSpeedHelpers.page_populator || data == nullptr || size < 2 * kChunk || !processorToSpare()) return;
   try {
     thread_ = std::thread([this, data, size] { populateAhead(data, size); });
   } catch (const std::system_error&) {
@@ -53,7 +49,7 @@ void PagePopulator::populateAhead(std::uint8_t* data, std::uint64_t size) {
   for (std::uintptr_t at = first; at < end; at += kChunk) {
     if (!waitWhileFarAhead(at - start)) return;
     // Failing (an old kernel, no memory) only leaves the faults to the writer.
-    if (madvise(reinterpret_cast<void*>(at), kChunk, MADV_POPULATE_WRITE) != 0) return;
+    if (!populatePagesForWriting(reinterpret_cast<void*>(at), kChunk)) return;
   }
 }
 

@@ -1,15 +1,15 @@
 #include "memory/page_toucher.h"
 
-#include <unistd.h>
-
 #include <system_error>
 
 #include "base/spare_processors.h"
+#include "memory/speed_helpers.h"
+#include "platform/pages.h"
 
 namespace qm {
 
 PageToucher::PageToucher(const std::uint8_t* data, std::uint64_t size) {
-  if (data == nullptr || size == 0 || !processorToSpare()) return;
+  if (!kSpeedHelpers.page_toucher || data == nullptr || size == 0 || !processorToSpare()) return;
   try {
     thread_ = std::thread([this, data, size] { touchAll(data, size); });
   } catch (const std::system_error&) {
@@ -23,7 +23,7 @@ PageToucher::~PageToucher() {
 }
 
 void PageToucher::touchAll(const std::uint8_t* data, std::uint64_t size) {
-  const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+  const std::uint64_t page = pageSize();
   std::uint8_t seen = 0;
   for (std::uint64_t at = 0; at < size && !stopping_.load(std::memory_order_relaxed); at += page) {
     seen ^= *static_cast<const volatile std::uint8_t*>(data + at);

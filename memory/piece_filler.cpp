@@ -4,13 +4,14 @@
 #include <system_error>
 
 #include "base/spare_processors.h"
+#include "memory/speed_helpers.h"
 
 namespace qm {
 
 PieceFiller::PieceFiller(std::uint64_t size, std::size_t piece, Fill fill)
     : size_(size), piece_(piece == 0 ? 1 : piece), fill_(std::move(fill)) {
   // A single piece gains nothing from a second thread.
-  if (size_ <= piece_ || !processorToSpare()) return;
+  if (!kSpeedHelpers.piece_filler || size_ <= piece_ || !processorToSpare()) return;
   try {
     thread_ = std::thread([this] { fillAll(); });
   } catch (const std::system_error&) {

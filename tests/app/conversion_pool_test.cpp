@@ -1,10 +1,8 @@
 #include "app/conversion_pool.h"
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -14,6 +12,9 @@
 #include <mutex>
 #include <thread>
 #include <vector>
+
+#include "memory/large_buffer.h"
+#include "platform/pages.h"
 
 namespace qm {
 namespace {
@@ -169,14 +170,13 @@ TEST(KeepWithinBudget, FreedHeapPagesGoBackOnlyWhenTheBudgetIsTight) {
   GTEST_SKIP() << "the sanitizer's allocator keeps freed memory its own way";
 #else
   // The heap as the program sets it up: buffers up to 64 MiB come from it and stay when freed.
-  mallopt(M_MMAP_THRESHOLD, 64 << 20);
-  mallopt(M_TRIM_THRESHOLD, 1 << 30);
+  keepFreedBuffers();
   constexpr std::size_t kSize = std::size_t{16} << 20;
   auto* buffer = static_cast<std::uint8_t*>(std::malloc(kSize));
   ASSERT_NE(buffer, nullptr);
   void* behind = std::malloc(64);  // the freed buffer is not the heap's top, which goes back anyway
   std::memset(buffer, 1, kSize);
-  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  const std::uintptr_t page = pageSize();
   const std::uintptr_t inside = (reinterpret_cast<std::uintptr_t>(buffer) + kSize / 2) & ~(page - 1);
   std::free(buffer);
   ASSERT_TRUE(pageResident(inside));

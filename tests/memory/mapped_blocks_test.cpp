@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "memory/large_buffer.h"
+#include "platform/pages.h"
 
 namespace qm {
 namespace {
@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t kMiB = std::size_t{1} << 20;
 
 bool isMapped(const void* data, std::size_t size) {
-  std::vector<unsigned char> pages(size / static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + 1);
+  std::vector<unsigned char> pages(size / pageSize() + 1);
   return mincore(const_cast<void*>(data), size, pages.data()) == 0;
 }
 
@@ -125,7 +125,7 @@ TEST(MappedBlocks, ThreadsNeverShareABlock) {
         MappedBlock block = cache.take(static_cast<std::size_t>(1 + (round + t) % 3) * kHugePage);
         if (block.data == nullptr) continue;
         auto* bytes = static_cast<std::uint8_t*>(block.data);
-        const std::size_t stride = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        const std::size_t stride = pageSize();
         for (std::size_t i = 0; i < block.size; i += stride) bytes[i] = static_cast<std::uint8_t>(t + 1);
         std::this_thread::yield();
         for (std::size_t i = 0; i < block.size; i += stride) damaged[t] += bytes[i] != t + 1;

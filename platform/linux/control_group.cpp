@@ -1,4 +1,4 @@
-#include "base/control_group.h"
+#include "platform/linux/control_group.h"
 
 #include <algorithm>
 #include <climits>

@@ -1,4 +1,6 @@
-#include "base/control_group.h"
+// Control groups are Linux's own.
+#if defined(__linux__)
+#include "platform/linux/control_group.h"
 
 #include <gtest/gtest.h>
 
@@ -80,3 +82,4 @@ TEST_F(ControlGroup, OddFilesSetNoLimit) {
 
 }  // namespace
 }  // namespace qm
+#endif
