@@ -9,9 +9,9 @@
 
 namespace qm {
 
-std::unique_ptr<FileMapping> FileMapping::map(std::FILE* file, std::uint64_t largest) {
-  if (file == nullptr) return nullptr;
-  int descriptor = fileno(file);
+std::unique_ptr<FileMapping> FileMapping::map(const File& file, std::uint64_t largest) {
+  if (!file.isOpen()) return nullptr;
+  int descriptor = static_cast<int>(file.nativeHandle());
   struct stat status {};
   if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= 0) {
     return nullptr;

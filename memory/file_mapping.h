@@ -5,8 +5,9 @@
 // shortens while it is mapped raises SIGBUS on the next access to the lost pages; a mapping
 // made under a `MappingFaultWatch` reads zeros there instead and the watch tells.
 #include <cstdint>
-#include <cstdio>
 #include <memory>
+
+#include "platform/file.h"
 
 namespace qm {
 
@@ -15,7 +16,7 @@ class FileMapping {
   // Maps the open file from offset 0 to its current size. Null for an empty file, one larger
   // than `largest` bytes, or one that cannot be mapped (a pipe or a device, for instance); the
   // caller then reads it instead.
-  static std::unique_ptr<FileMapping> map(std::FILE* file, std::uint64_t largest);
+  static std::unique_ptr<FileMapping> map(const File& file, std::uint64_t largest);
 
   FileMapping(const FileMapping&) = delete;
   FileMapping& operator=(const FileMapping&) = delete;
