@@ -1,10 +1,9 @@
 #include "app/command_line.h"
 
 #include <argtable2.h>
-#include <unistd.h>
 
-#include <climits>
 #include <cstdio>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -12,6 +11,7 @@
 #include "app/input_list.h"
 #include "app/version.h"
 #include "base/log.h"
+#include "platform/file_system.h"
 
 namespace qm {
 namespace {
@@ -38,8 +38,7 @@ CustomTypeState g_custom;
 int checkInputList(void* parent) {
   int base = g_custom.inputs_base_check ? g_custom.inputs_base_check(parent) : 0;
   if (base != 0) return base;
-  char cwd[PATH_MAX];
-  if (!getcwd(cwd, sizeof cwd)) cwd[0] = '\0';
+  const std::string cwd = currentFolder().value_or("");
   std::vector<std::string_view> arguments;
   for (int i = 0; i < g_custom.inputs->count; ++i) arguments.emplace_back(g_custom.inputs->sval[i]);
   InputList list;

@@ -1,9 +1,10 @@
 #include "app/output_claims.h"
 
-#include <climits>
-#include <cstdlib>
+#include <optional>
+#include <string>
 
 #include "base/log.h"
+#include "platform/file_system.h"
 
 namespace qm {
 namespace {
@@ -12,9 +13,9 @@ int viewLength(std::string_view text) { return static_cast<int>(text.size()); }
 
 SmallString resolvedFolder(const DirectoryHandle& directory, std::string_view folder) {
   SmallString joined = directory.join(folder);
-  char resolved[PATH_MAX];
-  if (::realpath(joined.empty() ? "." : joined.c_str(), resolved) == nullptr) return joined;
-  return SmallString(resolved);
+  std::optional<std::string> resolved = resolvePath(joined.empty() ? "." : joined.c_str());
+  if (!resolved) return joined;
+  return SmallString(*resolved);
 }
 
 }  // namespace

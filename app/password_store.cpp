@@ -1,11 +1,11 @@
 #include "app/password_store.h"
 
-#include <unistd.h>
-
-#include <climits>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "base/log.h"
+#include "platform/file_system.h"
 #include "regex/regex.h"
 #include "stream/directory_handle.h"
 
@@ -23,12 +23,12 @@ std::unique_ptr<DirectoryHandle> openPasswordDirectory(std::string_view path) {
     std::size_t slash = path.rfind('/');
     return DirectoryHandle::create(slash == 0 ? std::string_view("/") : path.substr(0, slash));
   }
-  char cwd[PATH_MAX];
-  if (!getcwd(cwd, sizeof cwd)) {
+  std::optional<std::string> cwd = currentFolder();
+  if (!cwd) {
     QM_LOG_F("Fatal error, could not get current working directory");
     return DirectoryHandle::create("");
   }
-  return DirectoryHandle::create(cwd);
+  return DirectoryHandle::create(*cwd);
 }
 
 bool readWholeFile(const DirectoryHandle& directory, std::string_view path, SmallString& text) {

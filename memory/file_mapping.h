@@ -5,9 +5,9 @@
 // shortens while it is mapped faults (SIGBUS) on the next access to the lost pages; a mapping
 // made under a `MappingFaultWatch` reads zeros there instead and the watch tells.
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 
+#include "platform/file.h"
 #include "platform/mapping.h"
 
 namespace qm {
@@ -18,9 +18,8 @@ class FileMapping {
   // than `largest` bytes, or one that cannot be mapped (a pipe or a device, for instance); the
   // caller then reads it instead.
   static std::unique_ptr<FileMapping> map(NativeFile file, std::uint64_t largest);
-  // For a file still opened through the runtime library.
-  static std::unique_ptr<FileMapping> map(std::FILE* file, std::uint64_t largest) {
-    return map(nativeFileOf(file), largest);
+  static std::unique_ptr<FileMapping> map(const File& file, std::uint64_t largest) {
+    return map(NativeFile{file.isOpen() ? static_cast<std::intptr_t>(file.nativeHandle()) : NativeFile::kNone}, largest);
   }
 
   FileMapping(const FileMapping&) = delete;

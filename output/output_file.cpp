@@ -1,12 +1,8 @@
 #include "output/output_file.h"
 
-#include <fcntl.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
 #include "base/log.h"
+#include "platform/file_system.h"
+#include "platform/system_error.h"
 
 namespace qm {
 namespace {
@@ -32,10 +28,10 @@ std::unique_ptr<OutputFile> OutputFile::create(const DirectoryHandle& directory,
     return output->file_ != nullptr;
   });
   if (!created) {
-    int reason = errno;
+    int reason = lastSystemError();
     output->done_ = true;  // nothing to remove
     output.reset();
-    errno = reason;
+    setLastSystemError(reason);
     return nullptr;
   }
   return output;
@@ -64,8 +60,9 @@ bool OutputFile::commit() {
   SmallString to = directory_.join(final_path_.view());
   // A stop signal from here on leaves the file to become complete under its final name.
   pending_.forget();
-  if (std::rename(from.c_str(), to.c_str()) != 0) {
-    QM_LOG_E("Could not rename %s to %s: %s", temporary_path_.c_str(), final_path_.c_str(), std::strerror(errno));
+  if (!renameReplacing(from.c_str(), to.c_str())) {
+    QM_LOG_E("Could not rename %s to %s: %s", temporary_path_.c_str(), final_path_.c_str(),
+             systemErrorText(lastSystemError()));
     removeTemporary();
     return false;
   }
@@ -78,7 +75,7 @@ bool OutputFile::commit() {
 void OutputFile::abandon() {
   if (done_) return;
   if (file_->lastError() != 0) {
-    QM_LOG_E("Could not write output file %s: %s", final_path_.c_str(), std::strerror(file_->lastError()));
+    QM_LOG_E("Could not write output file %s: %s", final_path_.c_str(), systemErrorText(file_->lastError()));
   }
   removeTemporary();
 }
@@ -86,15 +83,15 @@ void OutputFile::abandon() {
 bool OutputFile::closeFile() {
   // Writes gathered in memory fail here if the system refuses them, as a write.
   if (!file_->handOverWrites() || file_->lastError() != 0) {
-    QM_LOG_E("Could not write output file %s: %s", final_path_.c_str(), std::strerror(file_->lastError()));
+    QM_LOG_E("Could not write output file %s: %s", final_path_.c_str(), systemErrorText(file_->lastError()));
     return false;
   }
   if (durable_ && !file_->syncToDisk(sync_)) {
-    QM_LOG_E("Could not flush output file %s to disk: %s", final_path_.c_str(), std::strerror(file_->lastError()));
+    QM_LOG_E("Could not flush output file %s to disk: %s", final_path_.c_str(), systemErrorText(file_->lastError()));
     return false;
   }
   if (file_->close() != 0) {
-    QM_LOG_E("Could not write output file %s: %s", final_path_.c_str(), std::strerror(file_->lastError()));
+    QM_LOG_E("Could not write output file %s: %s", final_path_.c_str(), systemErrorText(file_->lastError()));
     return false;
   }
   return true;
@@ -102,12 +99,9 @@ bool OutputFile::closeFile() {
 
 bool OutputFile::syncFolder() {
   SmallString folder = directory_.join(folderOf(final_path_.view()));
-  int descriptor = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  bool synced = descriptor >= 0 && sync_(descriptor) == 0;
-  int reason = errno;
-  if (descriptor >= 0) ::close(descriptor);
+  bool synced = flushFolderToDisk(folder.empty() ? "." : folder.c_str(), sync_);
   if (!synced) {
-    QM_LOG_E("Could not flush folder of %s to disk: %s", final_path_.c_str(), std::strerror(reason));
+    QM_LOG_E("Could not flush folder of %s to disk: %s", final_path_.c_str(), systemErrorText(lastSystemError()));
   }
   return synced;
 }

@@ -5,8 +5,6 @@
 // that temporary file, never a partial output under the final name. A durable output is also
 // flushed to the disk before the rename and its folder after it, so that once `commit` returned
 // true even a power cut keeps it: only then may its input be removed.
-#include <unistd.h>
-
 #include <memory>
 #include <string_view>
 
@@ -14,6 +12,7 @@
 #include "stream/directory_handle.h"
 #include "stream/file_stream.h"
 #include "output/pending_outputs.h"
+#include "platform/file.h"
 
 namespace qm {
 
@@ -21,14 +20,14 @@ inline constexpr std::string_view kPartialSuffix = ".partial";
 
 class OutputFile {
  public:
-  // How a file or folder is flushed to the disk: fsync, or a stand-in that tests make fail.
-  using SyncFunction = int (*)(int descriptor);
+  // How a file or folder is flushed to the disk: flushToDisk, or a stand-in that tests make fail.
+  using SyncFunction = DiskFlush;
 
   // Opens the temporary file of `final_path` (relative to `directory`) for writing, replacing a
-  // leftover of an earlier run. Null, with the system's reason in errno, when it cannot be
-  // created.
+  // leftover of an earlier run. Null, with the system's reason in lastSystemError(), when it
+  // cannot be created.
   static std::unique_ptr<OutputFile> create(const DirectoryHandle& directory, std::string_view final_path,
-                                            bool durable, SyncFunction sync = ::fsync);
+                                            bool durable, SyncFunction sync = flushToDisk);
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
   // Removes the temporary file unless the output was committed.

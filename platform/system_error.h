@@ -15,5 +15,7 @@ const char* systemErrorText(int error);
 // Error numbers the layers above name themselves.
 int systemErrorIsADirectory();
 int systemErrorExists();
+int systemErrorInvalidArgument();
+int systemErrorInputOutput();
 
 }  // namespace qm

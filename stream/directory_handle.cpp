@@ -1,44 +1,30 @@
 #include "stream/directory_handle.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
 #include "base/log.h"
+#include "platform/file_system.h"
 #include "stream/file_stream.h"
 
 namespace qm {
 namespace {
 
-bool statPath(const char* path, DirectoryEntry* entry) {
-  struct stat info;
-  if (::stat(path, &info) != 0) {
-    if (errno != ENOENT) return false;
-    entry->type = kEntryMissing;
-    entry->size = 0;
-    return true;
+int entryTypeOf(PathType type) {
+  switch (type) {
+    case PathType::kFile: return kEntryFile;
+    case PathType::kFolder: return kEntryDirectory;
+    case PathType::kMissing: return kEntryMissing;
+    case PathType::kOther: break;
   }
-  entry->size = 0;
-  entry->modified_ns = static_cast<std::int64_t>(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec;
-  entry->changed_ns = static_cast<std::int64_t>(info.st_ctim.tv_sec) * 1'000'000'000 + info.st_ctim.tv_nsec;
-  entry->inode = static_cast<std::uint64_t>(info.st_ino);
-  if (S_ISREG(info.st_mode)) {
-    entry->type = kEntryFile;
-    entry->size = static_cast<std::int64_t>(info.st_size);
-  } else if (S_ISDIR(info.st_mode)) {
-    entry->type = kEntryDirectory;
-  } else {
-    entry->type = kEntryOther;
-  }
-  return true;
+  return kEntryOther;
 }
 
-bool isDotOrDotDot(const char* name) {
-  return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+void copyFacts(const PathFacts& facts, DirectoryEntry* entry) {
+  entry->type = entryTypeOf(facts.type);
+  entry->size = facts.size;
+  entry->modified_ns = facts.modified_ns;
+  entry->changed_ns = facts.changed_ns;
+  entry->inode = facts.identity;
 }
 
 // Byte-wise order, as strcmp compares (unsigned bytes).
@@ -64,7 +50,16 @@ SmallString DirectoryHandle::join(std::string_view relative) const {
 
 bool DirectoryHandle::stat(std::string_view relative, DirectoryEntry* entry) const {
   if (!entry) return false;
-  return statPath(join(relative).c_str(), entry);
+  PathFacts facts;
+  if (!queryPath(join(relative).c_str(), &facts)) return false;
+  if (facts.type == PathType::kMissing) {
+    // Only the type and size say so; the times and identity of an earlier look stay.
+    entry->type = kEntryMissing;
+    entry->size = 0;
+  } else {
+    copyFacts(facts, entry);
+  }
+  return true;
 }
 
 bool DirectoryHandle::list(std::string_view relative, std::vector<DirectoryEntry>* sorted) const {
@@ -75,51 +70,33 @@ bool DirectoryHandle::list(std::string_view relative, std::vector<DirectoryEntry
 
 bool DirectoryHandle::listQuietly(std::string_view relative, std::vector<DirectoryEntry>* sorted) const {
   if (!sorted) return false;
-  SmallString folder = join(relative);
-  DIR* dir = ::opendir(folder.c_str());
-  if (!dir) return false;
-  // An entry that cannot be looked at would be skipped without a word: the listing fails
-  // instead, with that entry's reason in errno.
-  int failure = 0;
-  for (;;) {
-    errno = 0;
-    const dirent* item = ::readdir(dir);
-    if (item == nullptr) {
-      failure = errno;  // 0 at the end of the listing
-      break;
-    }
-    if (isDotOrDotDot(item->d_name)) continue;
-    SmallString path = folder;
-    path.append("/", 1);
-    path.append(item->d_name, std::strlen(item->d_name));
+  std::vector<FolderEntry> found;
+  const bool listed = listFolder(join(relative).c_str(), &found);
+  // After a failure the entries read before it are still added, unsorted: counting what can be
+  // seen uses them.
+  const std::size_t before = sorted->size();
+  for (FolderEntry& item : found) {
+    if (item.facts.type != PathType::kFile && item.facts.type != PathType::kFolder) continue;
     DirectoryEntry entry;
-    if (!statPath(path.c_str(), &entry)) {
-      failure = errno;
-      break;
-    }
-    if (entry.type != kEntryFile && entry.type != kEntryDirectory) continue;
-    entry.name = SmallString(item->d_name);
+    entry.name = SmallString(item.name);
+    copyFacts(item.facts, &entry);
     sorted->push_back(std::move(entry));
   }
-  ::closedir(dir);
-  if (failure != 0) {
-    errno = failure;
-    return false;
-  }
-  // The entries present before come first, so a stable sort followed by unique keeps them
+  if (!listed) return false;
+  // The entries present before come first, so a stable merge followed by unique keeps them
   // over a newly listed entry of the same name.
-  std::stable_sort(sorted->begin(), sorted->end(), nameLess);
+  std::inplace_merge(sorted->begin(), sorted->begin() + static_cast<std::ptrdiff_t>(before), sorted->end(), nameLess);
   auto same_name = [](const DirectoryEntry& a, const DirectoryEntry& b) { return a.name == b.name; };
   sorted->erase(std::unique(sorted->begin(), sorted->end(), same_name), sorted->end());
   return true;
 }
 
 bool DirectoryHandle::makeDirectory(std::string_view relative) const {
-  return ::mkdir(join(relative).c_str(), 0777) == 0;
+  return makeFolder(join(relative).c_str());
 }
 
 bool DirectoryHandle::removeFile(std::string_view relative) const {
-  return ::unlink(join(relative).c_str()) == 0;
+  return qm::removeFile(join(relative).c_str());
 }
 
 std::unique_ptr<Stream> DirectoryHandle::open(std::string_view relative, int flags) const {

@@ -36,8 +36,8 @@ class DirectoryHandle {
   // A missing path is a success with type kEntryMissing; any other failure gives false.
   bool stat(std::string_view relative, DirectoryEntry* entry) const;
   // Adds the regular files and folders of a folder to the list, which stays sorted by byte-wise
-  // name; names already in it are kept as they are. False, with the reason in errno, when the
-  // folder or one of its entries cannot be read.
+  // name; names already in it are kept as they are. False, with the reason in lastSystemError(),
+  // when the folder or one of its entries cannot be read.
   bool list(std::string_view relative, std::vector<DirectoryEntry>* sorted) const;
   // The same without the "ls:" line, for looking ahead of the walk without logging it twice.
   bool listQuietly(std::string_view relative, std::vector<DirectoryEntry>* sorted) const;

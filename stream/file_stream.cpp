@@ -1,29 +1,24 @@
 #include "stream/file_stream.h"
 
-#include <sys/types.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
+
+#include "platform/system_error.h"
 
 namespace qm {
 
 std::unique_ptr<FileStream> FileStream::open(const char* path, int mode) {
-  static constexpr const char* kModeTexts[] = {"rb", "wb", "rwb"};
   if (!path || mode < kFileRead || mode > kFileReadWrite) return nullptr;
-  std::FILE* file = std::fopen(path, kModeTexts[mode]);
+  std::optional<File> file = File::open(path, mode == kFileWrite ? FileAccess::kWrite : FileAccess::kRead);
   if (!file) return nullptr;
   bool readable = mode != kFileWrite;
   bool writable = mode != kFileRead;
-  std::unique_ptr<FileStream> stream(new FileStream(file, readable, writable));
-  if (!readable) stream->window_ = std::make_unique<WriteWindow>(fileno(file));
+  std::unique_ptr<FileStream> stream(new FileStream(std::move(*file), readable, writable));
+  if (!readable) stream->window_ = std::make_unique<WriteWindow>(stream->file_);
   return stream;
 }
 
 FileStream::~FileStream() {
-  if (!file_) return;
-  if (window_) flushWindow();
-  std::fclose(file_);
+  if (file_.isOpen() && window_) flushWindow();
 }
 
 bool FileStream::flushWindow() {
@@ -36,15 +31,15 @@ bool FileStream::flushWindow() {
 
 std::int64_t FileStream::read(void* buffer, std::size_t count) {
   if (!readable_) return kStreamMissingOp;
-  if (!file_) return kStreamRefused;
-  std::size_t n = std::fread(buffer, 1, count, file_);
+  if (!file_.isOpen()) return kStreamRefused;
+  std::size_t n = file_.read(buffer, count);
   position_ += static_cast<std::int64_t>(n);
   return static_cast<std::int64_t>(n);
 }
 
 std::int64_t FileStream::write(const void* buffer, std::size_t count) {
   if (!writable_) return kStreamMissingOp;
-  if (!file_) return kStreamRefused;
+  if (!file_.isOpen()) return kStreamRefused;
   if (window_) {
     // After a failure nothing more is written: the file already lacks bytes.
     if (window_failed_) return 0;
@@ -57,7 +52,7 @@ std::int64_t FileStream::write(const void* buffer, std::size_t count) {
     size_ = std::max(size_, position_);
     return static_cast<std::int64_t>(count);
   }
-  std::size_t n = std::fwrite(buffer, 1, count, file_);
+  std::size_t n = file_.write(buffer, count);
   if (n < count) noteError();
   position_ += static_cast<std::int64_t>(n);
   return static_cast<std::int64_t>(n);
@@ -65,48 +60,40 @@ std::int64_t FileStream::write(const void* buffer, std::size_t count) {
 
 std::int64_t FileStream::readAt(std::uint64_t offset, void* buffer, std::size_t count) {
   if (!readable_) return kStreamMissingOp;
-  if (!file_ || offset > static_cast<std::uint64_t>(INT64_MAX)) return kStreamRefused;
-  auto* out = static_cast<std::uint8_t*>(buffer);
-  std::size_t done = 0;
-  while (done < count) {
-    ssize_t n = pread(fileno(file_), out + done, count - done, static_cast<off_t>(offset + done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return done ? static_cast<std::int64_t>(done) : kStreamRefused;
-    if (n == 0) break;
-    done += static_cast<std::size_t>(n);
-  }
-  return static_cast<std::int64_t>(done);
+  if (!file_.isOpen() || offset > static_cast<std::uint64_t>(INT64_MAX)) return kStreamRefused;
+  std::int64_t n = file_.readAt(offset, buffer, count);
+  return n < 0 ? kStreamRefused : n;
 }
 
 std::int64_t FileStream::tell() {
-  if (!file_) return kStreamRefused;
+  if (!file_.isOpen()) return kStreamRefused;
   if (window_) return position_;
-  return static_cast<std::int64_t>(ftello(file_));
+  return file_.tell();
 }
 
 std::int64_t FileStream::seek(std::int64_t offset, int origin) {
   if (origin == kSeekSet && offset == position_) return offset;
-  if (!file_) return kStreamRefused;
-  int whence;
+  if (!file_.isOpen()) return kStreamRefused;
+  SeekFrom from;
   switch (origin) {
-    case kSeekSet: whence = SEEK_SET; break;
-    case kSeekCur: whence = SEEK_CUR; break;
-    case kSeekEnd: whence = SEEK_END; break;
+    case kSeekSet: from = SeekFrom::kStart; break;
+    case kSeekCur: from = SeekFrom::kCurrent; break;
+    case kSeekEnd: from = SeekFrom::kEnd; break;
     default: return kStreamRefused;
   }
-  if (window_) return seekInWindow(offset, whence);
-  int failed = fseeko(file_, static_cast<off_t>(offset), whence);
-  if (failed) return failed;
-  position_ = static_cast<std::int64_t>(ftello(file_));
+  if (window_) return seekInWindow(offset, from);
+  std::int64_t target = file_.seek(offset, from);
+  if (target < 0) return target;
+  position_ = target;
   return position_;
 }
 
-std::int64_t FileStream::seekInWindow(std::int64_t offset, int whence) {
-  // Writes go to their places themselves: only the position moves, as fseeko would move it.
-  const std::int64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? position_ : size_;
+std::int64_t FileStream::seekInWindow(std::int64_t offset, SeekFrom from) {
+  // Writes go to their places themselves: only the position moves, as a seek of the file would.
+  const std::int64_t base = from == SeekFrom::kStart ? 0 : from == SeekFrom::kCurrent ? position_ : size_;
   std::int64_t target;
   if (__builtin_add_overflow(base, offset, &target) || target < 0) {
-    errno = EINVAL;
+    setLastSystemError(systemErrorInvalidArgument());
     return -1;
   }
   position_ = target;
@@ -114,20 +101,18 @@ std::int64_t FileStream::seekInWindow(std::int64_t offset, int whence) {
 }
 
 int FileStream::close() {
-  if (!file_) return 0;
+  if (!file_.isOpen()) return 0;
   const bool flushed = !window_ || flushWindow();
   window_.reset();
-  int status = std::fclose(file_);
-  if (status == 0 && !flushed) status = EOF;
+  int status = file_.close() && flushed ? 0 : -1;
   if (status != 0) noteError();
-  file_ = nullptr;
   return status;
 }
 
-bool FileStream::syncToDisk(int (*sync_file)(int descriptor)) {
-  if (!file_ || !sync_file) return false;
+bool FileStream::syncToDisk(DiskFlush flush) {
+  if (!file_.isOpen() || !flush) return false;
   if (window_ && !flushWindow()) return false;
-  if (std::fflush(file_) != 0 || sync_file(fileno(file_)) != 0) {
+  if (!file_.flush() || !flush(file_.nativeHandle())) {
     noteError();
     return false;
   }
@@ -135,7 +120,9 @@ bool FileStream::syncToDisk(int (*sync_file)(int descriptor)) {
 }
 
 void FileStream::noteError() {
-  if (error_ == 0) error_ = errno != 0 ? errno : EIO;
+  if (error_ != 0) return;
+  const int reason = lastSystemError();
+  error_ = reason != 0 ? reason : systemErrorInputOutput();
 }
 
 }  // namespace qm

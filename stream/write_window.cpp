@@ -1,9 +1,6 @@
 #include "stream/write_window.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 namespace qm {
@@ -65,18 +62,8 @@ bool WriteWindow::flush() {
 }
 
 bool WriteWindow::writeThrough(std::uint64_t offset, const std::uint8_t* bytes, std::size_t count) {
-  while (count > 0) {
-    ssize_t n = pwrite(descriptor_, bytes, count, static_cast<off_t>(offset));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = EIO;
-      return false;
-    }
-    bytes += n;
-    offset += static_cast<std::uint64_t>(n);
-    count -= static_cast<std::size_t>(n);
-    file_end_ = std::max(file_end_, offset);
-  }
+  if (!file_.writeAt(offset, bytes, count)) return false;
+  file_end_ = std::max(file_end_, offset + count);
   return true;
 }
 

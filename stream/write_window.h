@@ -9,19 +9,23 @@
 #include <utility>
 #include <vector>
 
+#include "platform/file.h"
+
 namespace qm {
 
 class WriteWindow {
  public:
-  // `descriptor`: a file that starts empty and is written only through this window.
-  explicit WriteWindow(int descriptor) : descriptor_(descriptor) {}
+  // `file`: one that starts empty and is written only through this window, which borrows it.
+  explicit WriteWindow(File& file) : file_(file) {}
   WriteWindow(const WriteWindow&) = delete;
   WriteWindow& operator=(const WriteWindow&) = delete;
 
   // Writes `count` bytes at `offset`: into memory when they fit the window, large ones directly.
-  // False when the system refused bytes (the reason in errno); what the window held is dropped.
+  // False when the system refused bytes (the reason in lastSystemError()); what the window held
+  // is dropped.
   bool write(std::uint64_t offset, const void* bytes, std::size_t count);
-  // Hands everything held to the system, in file order. False on failure (the reason in errno).
+  // Hands everything held to the system, in file order. False on failure (the reason in
+  // lastSystemError()).
   bool flush();
   // Forgets everything held, for a file about to be removed.
   void discard() { held_.clear(); }
@@ -43,7 +47,7 @@ class WriteWindow {
   void hold(std::uint64_t begin, std::uint64_t end);
   bool writeThrough(std::uint64_t offset, const std::uint8_t* bytes, std::size_t count);
 
-  int descriptor_;
+  File& file_;
   std::unique_ptr<std::uint8_t[]> bytes_;  // taken on first use
   std::uint64_t base_ = 0;                 // file offset of bytes_[0]
   // Held byte ranges as file offsets [begin, end): sorted, apart from each other.

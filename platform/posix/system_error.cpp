@@ -18,5 +18,7 @@ const char* systemErrorText(int error) {
 
 int systemErrorIsADirectory() { return EISDIR; }
 int systemErrorExists() { return EEXIST; }
+int systemErrorInvalidArgument() { return EINVAL; }
+int systemErrorInputOutput() { return EIO; }
 
 }  // namespace qm

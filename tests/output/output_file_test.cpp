@@ -22,19 +22,19 @@ struct SyncRecord {
 };
 SyncRecord g_sync;
 
-bool isFolder(int descriptor) {
+bool isFolder(NativeHandle handle) {
   struct stat info {};
-  return fstat(descriptor, &info) == 0 && S_ISDIR(info.st_mode);
+  return fstat(static_cast<int>(handle), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-int recordingSync(int descriptor) {
-  bool folder = isFolder(descriptor);
+bool recordingSync(NativeHandle handle) {
+  bool folder = isFolder(handle);
   (folder ? g_sync.folders : g_sync.files)++;
   if (folder ? g_sync.fail_folders : g_sync.fail_files) {
     errno = EIO;
-    return -1;
+    return false;
   }
-  return 0;
+  return true;
 }
 
 class OutputFileTest : public ::testing::Test {

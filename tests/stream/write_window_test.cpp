@@ -1,15 +1,15 @@
 #include "stream/write_window.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "platform/system_error.h"
 #include "tests/support/temp_dir.h"
 
 namespace qm {
@@ -21,22 +21,22 @@ using test::TempDir;
 // as the copy, bytes never written reading as zeros.
 class Mirrored {
  public:
-  explicit Mirrored(const std::string& path)
-      : descriptor_(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644)), window_(descriptor_) {}
-  ~Mirrored() { ::close(descriptor_); }
+  explicit Mirrored(const std::string& path) : file_(File::open(path.c_str(), FileAccess::kWrite)) {
+    if (file_) window_.emplace(*file_);
+  }
 
   bool write(std::uint64_t offset, const std::string& bytes) {
     if (expected_.size() < offset + bytes.size()) expected_.resize(offset + bytes.size(), '\0');
     expected_.replace(offset, bytes.size(), bytes);
-    return window_.write(offset, bytes.data(), bytes.size());
+    return window_->write(offset, bytes.data(), bytes.size());
   }
-  bool flush() { return window_.flush(); }
+  bool flush() { return window_->flush(); }
   const std::string& expected() const { return expected_; }
-  bool opened() const { return descriptor_ >= 0; }
+  bool opened() const { return file_.has_value(); }
 
  private:
-  int descriptor_;
-  WriteWindow window_;
+  std::optional<File> file_;
+  std::optional<WriteWindow> window_;
   std::string expected_;
 };
 
@@ -91,16 +91,15 @@ TEST(WriteWindow, RandomWritesAcrossWindowsMatchPlainWrites) {
 }
 
 TEST(WriteWindow, ARefusedWriteSaysWhy) {
-  const int full = ::open("/dev/full", O_WRONLY);
-  if (full < 0) GTEST_SKIP() << "no /dev/full";
-  WriteWindow window(full);
+  std::optional<File> full = File::open("/dev/full", FileAccess::kWrite);
+  if (!full) GTEST_SKIP() << "no /dev/full";
+  WriteWindow window(*full);
   EXPECT_TRUE(window.write(0, "held", 4));
-  errno = 0;
+  setLastSystemError(0);
   EXPECT_FALSE(window.flush());
-  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_EQ(lastSystemError(), ENOSPC);
   const std::vector<char> large(200000, 'L');
   EXPECT_FALSE(window.write(0, large.data(), large.size())) << "a large write goes straight and fails at once";
-  ::close(full);
 }
 
 }  // namespace

@@ -28,27 +28,27 @@ bool StringSink::patch(std::uint64_t offset, const void* data, std::size_t size)
 }
 
 std::unique_ptr<FileSink> FileSink::create(const std::string& path) {
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  if (file == nullptr) return nullptr;
-  return std::unique_ptr<FileSink>(new FileSink(file));
+  std::optional<File> file = File::open(path.c_str(), FileAccess::kWrite);
+  if (!file) return nullptr;
+  return std::unique_ptr<FileSink>(new FileSink(std::move(*file)));
 }
 
 FileSink::~FileSink() { close(); }
 
 bool FileSink::flush() {
   if (buffer_.empty() || failed_) return !failed_;
-  if (std::fwrite(buffer_.data(), 1, buffer_.size(), file_) != buffer_.size()) failed_ = true;
+  if (file_.write(buffer_.data(), buffer_.size()) != buffer_.size()) failed_ = true;
   flushed_ += buffer_.size();
   buffer_.clear();
   return !failed_;
 }
 
 bool FileSink::write(const void* data, std::size_t size) {
-  if (file_ == nullptr || failed_) return false;
+  if (!file_.isOpen() || failed_) return false;
   const unsigned char* bytes = static_cast<const unsigned char*>(data);
   if (buffer_.size() + size > kBufferSize && !flush()) return false;
   if (size >= kBufferSize) {
-    if (std::fwrite(bytes, 1, size, file_) != size) failed_ = true;
+    if (file_.write(bytes, size) != size) failed_ = true;
     flushed_ += size;
     return !failed_;
   }
@@ -57,23 +57,22 @@ bool FileSink::write(const void* data, std::size_t size) {
 }
 
 bool FileSink::patch(std::uint64_t offset, const void* data, std::size_t size) {
-  if (file_ == nullptr || failed_ || offset + size > position()) return false;
+  if (!file_.isOpen() || failed_ || offset + size > position()) return false;
   if (offset >= flushed_) {
     std::memcpy(buffer_.data() + (offset - flushed_), data, size);
     return true;
   }
+  // Straight to its place; the sequential writes carry on at the end.
   if (!flush()) return false;
-  bool ok = fseeko(file_, static_cast<off_t>(offset), SEEK_SET) == 0 && std::fwrite(data, 1, size, file_) == size &&
-            fseeko(file_, 0, SEEK_END) == 0;
+  bool ok = file_.flush() && file_.writeAt(offset, data, size);
   if (!ok) failed_ = true;
   return ok;
 }
 
 bool FileSink::close() {
-  if (file_ == nullptr) return !failed_;
+  if (!file_.isOpen()) return !failed_;
   flush();
-  if (std::fclose(file_) != 0) failed_ = true;
-  file_ = nullptr;
+  if (!file_.close()) failed_ = true;
   return !failed_;
 }
 

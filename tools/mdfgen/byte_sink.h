@@ -3,11 +3,13 @@
 // any size) or a string (for files that are wrapped in a container afterwards).
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include "platform/file.h"
 
 namespace qm {
 
@@ -52,11 +54,11 @@ class FileSink : public ByteSink {
   bool close();
 
  private:
-  explicit FileSink(std::FILE* file) : file_(file) { buffer_.reserve(kBufferSize); }
+  explicit FileSink(File file) : file_(std::move(file)) { buffer_.reserve(kBufferSize); }
   bool flush();
 
   static constexpr std::size_t kBufferSize = 1 << 20;
-  std::FILE* file_;
+  File file_;
   std::vector<unsigned char> buffer_;
   std::uint64_t flushed_ = 0;
   bool failed_ = false;

@@ -1,11 +1,9 @@
 #include "tools/mdfgen/byte_source.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
+
+#include "platform/file_system.h"
 
 namespace qm {
 
@@ -16,29 +14,15 @@ bool MemorySource::readAt(std::uint64_t offset, void* out, std::size_t count) co
 }
 
 std::unique_ptr<FileSource> FileSource::open(const std::string& path) {
-  int fd = ::open(path.c_str(), O_RDONLY);
-  if (fd < 0) return nullptr;
-  struct stat info;
-  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-    ::close(fd);
-    return nullptr;
-  }
-  return std::unique_ptr<FileSource>(new FileSource(fd, static_cast<std::uint64_t>(info.st_size)));
+  std::optional<File> file = File::open(path.c_str(), FileAccess::kRead);
+  PathFacts facts;
+  if (!file || !file->facts(&facts) || facts.type != PathType::kFile) return nullptr;
+  return std::unique_ptr<FileSource>(new FileSource(std::move(*file), static_cast<std::uint64_t>(facts.size)));
 }
-
-FileSource::~FileSource() { ::close(fd_); }
 
 bool FileSource::readAt(std::uint64_t offset, void* out, std::size_t count) const {
   if (offset > size_ || count > size_ - offset) return false;
-  unsigned char* bytes = static_cast<unsigned char*>(out);
-  while (count > 0) {
-    ssize_t n = pread(fd_, bytes, count, static_cast<off_t>(offset));
-    if (n <= 0) return false;
-    bytes += n;
-    offset += static_cast<std::uint64_t>(n);
-    count -= static_cast<std::size_t>(n);
-  }
-  return true;
+  return file_.readAt(offset, out, count) == static_cast<std::int64_t>(count);
 }
 
 RangeReader::RangeReader(const ByteSource& source, std::uint64_t start, std::uint64_t end)

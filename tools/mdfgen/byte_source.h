@@ -5,7 +5,10 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include "platform/file.h"
 
 namespace qm {
 
@@ -30,13 +33,12 @@ class MemorySource : public ByteSource {
 class FileSource : public ByteSource {
  public:
   static std::unique_ptr<FileSource> open(const std::string& path);
-  ~FileSource() override;
   std::uint64_t size() const override { return size_; }
   bool readAt(std::uint64_t offset, void* out, std::size_t count) const override;
 
  private:
-  FileSource(int fd, std::uint64_t size) : fd_(fd), size_(size) {}
-  int fd_;
+  FileSource(File file, std::uint64_t size) : file_(std::move(file)), size_(size) {}
+  File file_;
   std::uint64_t size_;
 };
 

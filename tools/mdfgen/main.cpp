@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/log.h"
+#include "platform/file_system.h"
 #include "tools/mdfgen/byte_sink.h"
 #include "tools/mdfgen/byte_source.h"
 #include "tools/mdfgen/container_wrap.h"
@@ -49,7 +50,7 @@ bool writeOutput(const GeneratorOptions& options, const std::string& temporary) 
 
 int generate(const GeneratorOptions& options) {
   std::string temporary = options.out + ".part";
-  if (!writeOutput(options, temporary) || std::rename(temporary.c_str(), options.out.c_str()) != 0) {
+  if (!writeOutput(options, temporary) || !renameReplacing(temporary.c_str(), options.out.c_str())) {
     QM_LOG_E("Could not write %s", options.out.c_str());
     std::remove(temporary.c_str());
     return 1;
