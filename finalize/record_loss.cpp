@@ -17,6 +17,12 @@ SmallString reasonOf(const RecordLoss& loss) {
     case LossReason::kUnreferencedSignalGroup:
       return SmallString::format("no channel refers to the variable-length group of record id %llu",
                                  static_cast<ull>(loss.record_id));
+    case LossReason::kSignalValueLost:
+      return SmallString::format("their variable-length values in the group of record id %llu were damaged",
+                                 static_cast<ull>(loss.record_id));
+    case LossReason::kRecordOutOfTime:
+      return SmallString::format("records of id %llu beside damaged data run ahead of the time after them",
+                                 static_cast<ull>(loss.record_id));
   }
   return SmallString();
 }
@@ -44,7 +50,8 @@ SmallString describeLosses(const LossReport& report) {
   if (!report.any()) return SmallString();
   const RecordLoss& first = report.losses.front();
   SmallString text = amountOf(first.bytes, first.records);
-  if (first.reason == LossReason::kUnreferencedSignalGroup) {
+  if (first.reason == LossReason::kUnreferencedSignalGroup || first.reason == LossReason::kSignalValueLost ||
+      first.reason == LossReason::kRecordOutOfTime) {
     text.append(" dropped: ");
   } else {
     text.append(SmallString::format(" dropped from offset %llu: ", static_cast<ull>(first.offset)).view());

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "finalize/record_salvage.h"
 #include "mdf/data_group_block.h"
 #include "mdf/payload_block.h"
 
@@ -117,8 +118,8 @@ DataSectionReader openDataSection(const DataGroupBlock& group) {
 
 }  // namespace
 
-RecordIterator::RecordIterator(const DataGroupBlock& group)
-    : group_(group), lookup_(group), reader_(openDataSection(group)) {}
+RecordIterator::RecordIterator(const DataGroupBlock& group, bool salvaging)
+    : group_(group), lookup_(group), reader_(openDataSection(group)), salvaging_(salvaging) {}
 
 void RecordIterator::noteEnd() {
   constexpr std::uint64_t kMaxRecordIdSize = 8;
@@ -137,7 +138,38 @@ void RecordIterator::noteEnd() {
     return;
   }
   end_ = scanEndAt(id_size, lookup_, bytes, left, reader_.position());
-  if (end_.dropsData()) findRecordsEnd();
+  if (end_.dropsData() && !salvaging_) findRecordsEnd();
+}
+
+bool RecordIterator::resumeAfterDamage(SalvageSearch& search) {
+  constexpr std::uint64_t kPaddingView = kBytesToTellABlock + 8;
+  if (!over_ || !end_.dropsData()) return false;
+  const std::uint8_t* bytes = reader_.ensure(std::min(end_.left, kPaddingView));
+  if (bytes == nullptr) return false;
+  if (std::optional<std::uint64_t> block = findBlockStart(bytes, std::min(end_.left, kPaddingView), end_.left)) {
+    ScanEnd probe = end_;
+    endDropAtBlock(probe, bytes, *block);
+    if (!probe.dropsData()) {
+      end_ = probe;
+      return false;
+    }
+  }
+  reader_.consume(1);  // the record that stopped the scan is none
+  for (;;) {
+    const std::uint64_t left = reader_.remaining();
+    const std::uint64_t window = std::min(left, 2 * kSalvageWindow);
+    bytes = reader_.ensure(window);
+    if (bytes == nullptr) return false;
+    // Every place tried must have its whole view in the window; the last piece reaches the end.
+    const std::uint64_t last = window == left ? left : window - kSalvageWindow;
+    if (std::optional<std::uint64_t> found = search.find(bytes, 0, last, left)) {
+      reader_.consume(static_cast<std::size_t>(*found));
+      over_ = false;
+      end_ = ScanEnd{};
+      return true;
+    }
+    reader_.consume(static_cast<std::size_t>(last + 1));
+  }
 }
 
 void RecordIterator::findRecordsEnd() {

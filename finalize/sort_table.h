@@ -3,6 +3,8 @@
 // group in record order, collected from the group's records.
 #include <cstdint>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "base/hash_map.h"
 #include "finalize/record_loss.h"
@@ -23,10 +25,21 @@ struct SortEntry {
 // Record id -> the payloads of that channel group, in record order.
 using SortTable = HashMap<std::uint64_t, SortEntry>;
 
+// A damaged stretch that salvaging skipped in one data group, what it counts as lost, and how
+// many payload bytes each channel group (by record id) had collected when the scan reached it.
+struct SalvagedStretch {
+  SkippedStretch stretch;
+  RecordLoss loss;
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> collected;
+};
+
 // One entry per channel group, the first of several with one record id keeping it, filled from
-// the group's records up to the first one whose id no channel group claims. What that drops
-// goes into `report`, when given.
-SortTable collectPayloads(const DataGroupBlock& group, LossReport* report = nullptr);
+// the group's records up to the first one that cannot be read (the first whose id no channel
+// group claims, for instance). What that drops goes into `report`, when given. With `salvaged`
+// given, the scan instead goes on behind each damaged stretch, and the stretches go there, in
+// the order of the data; `report` then gets only the losses of other kinds.
+SortTable collectPayloads(const DataGroupBlock& group, LossReport* report = nullptr,
+                          std::vector<SalvagedStretch>* salvaged = nullptr);
 
 // Takes a channel group's payloads out of the table as the stream of a data or signal data
 // block; an empty stream when the id has none (left) in the table.
