@@ -15,7 +15,9 @@ enum class LossReason {
   kEmptyRecord,              // a record of no bytes would never move the scan on
   kUnreferencedSignalGroup,  // a variable-length group no channel refers to, and the groups behind it
   kSignalValueLost,          // recovered records whose variable-length value lay in a damaged stretch
-  kRecordOutOfTime,          // records beside a damaged stretch whose time runs ahead of their group's next
+  kRecordOutOfTime,          // records of a salvaged group whose time breaks the group's order
+  kUnnamedSignalValue,       // variable-length values of a salvaged group no recovered record names
+  kRecordBeforeDamage,       // the record right before a damaged stretch, which the damage may reach into
 };
 
 struct RecordLoss {

@@ -90,6 +90,18 @@ ScanEnd scanEndAt(std::size_t id_size, RecordLayoutLookup& lookup, const std::ui
   return end;
 }
 
+void claimTooLongIsDamage(ScanEnd& end, std::size_t id_size, RecordLayoutLookup& lookup, const std::uint8_t* bytes) {
+  constexpr std::uint64_t kVlsdLengthPrefix = 4;
+  if (end.kind != ScanEnd::kTornRecord || end.left < id_size + kVlsdLengthPrefix) return;
+  const std::uint64_t record_id = id_size > 0 ? littleEndianValue(bytes, id_size) : 0;
+  if (lookup.payloadLength(record_id) != RecordLayoutLookup::kVariable) return;
+  const std::uint64_t total = id_size + kVlsdLengthPrefix + littleEndianValue(bytes + id_size, kVlsdLengthPrefix);
+  if (total <= kLargestTornRecord) return;
+  end.kind = ScanEnd::kPastEnd;
+  end.record_id = record_id;
+  end.length = total;
+}
+
 std::int64_t readRecord(const DataGroupBlock& group, DataSectionReader& reader, Record& record) {
   RecordLayoutLookup lookup(group);
   return readRecord(group, lookup, reader, record);
@@ -138,6 +150,7 @@ void RecordIterator::noteEnd() {
     return;
   }
   end_ = scanEndAt(id_size, lookup_, bytes, left, reader_.position());
+  if (salvaging_) claimTooLongIsDamage(end_, id_size, lookup_, bytes);
   if (end_.dropsData() && !salvaging_) findRecordsEnd();
 }
 

@@ -55,6 +55,11 @@ std::optional<std::uint64_t> findBlockStart(const std::uint8_t* bytes, std::uint
 // it) dropped nothing. `bytes` are those from where the scan stopped.
 void endDropAtBlock(ScanEnd& end, const std::uint8_t* bytes, std::uint64_t block_offset);
 
+// When salvaging: a variable-length record that `end` took for torn by the end of the data
+// but that claims more than any logger writes (kLargestTornRecord) is damage, like one past the
+// end further from it. `bytes` are those from where the scan stopped.
+void claimTooLongIsDamage(ScanEnd& end, std::size_t id_size, RecordLayoutLookup& lookup, const std::uint8_t* bytes);
+
 // Why no record can be read from `bytes` (`left` of them up to the end of the data), which lie
 // at `offset`.
 ScanEnd scanEndAt(std::size_t id_size, RecordLayoutLookup& lookup, const std::uint8_t* bytes, std::uint64_t left,

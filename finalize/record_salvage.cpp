@@ -42,6 +42,9 @@ MasterValue masterValueOf(const ChannelGroupBlock& group) {
     MasterValue master;
     master.bit_position = static_cast<std::uint64_t>(channel->byte_offset) * 8 + channel->bit_offset;
     master.bit_count = channel->bit_count;
+    // One that does not lie inside the record cannot be compared.
+    const std::uint64_t record_bits = static_cast<std::uint64_t>(group.data_bytes) * 8;
+    if (master.bit_position > record_bits || master.bit_count > record_bits - master.bit_position) return master;
     if (channel->value_class == kValueUnsignedLittleEndian) {
       master.present = channel->bit_count >= 1 && channel->bit_count <= 64;
     } else if (channel->value_class == kValueFloatLittleEndian) {
@@ -99,6 +102,7 @@ SalvageSearch::GroupState* SalvageSearch::stateOf(std::uint64_t record_id) {
 }
 
 void SalvageSearch::take(std::uint64_t record_id, const std::uint8_t* payload, std::uint64_t size) {
+  last_taken_ = record_id;
   GroupState* state = stateOf(record_id);
   if (state == nullptr || !state->master.present) return;
   std::optional<std::uint64_t> key = masterKey(state->master, payload, size);

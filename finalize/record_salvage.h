@@ -28,7 +28,8 @@ struct MasterValue {
   bool present = false;
 };
 
-// The master channel (channel type 2) of the group, when it is one of the kinds above.
+// The master channel (channel type 2) of the group, when it is one of the kinds above and lies
+// inside the group's records.
 MasterValue masterValueOf(const ChannelGroupBlock& group);
 
 // The master value of a payload as a key that orders like the value; none when the payload is
@@ -51,6 +52,8 @@ class SalvageSearch {
 
   // Notes a record the scan took, so that later runs are compared with its master value.
   void take(std::uint64_t record_id, const std::uint8_t* payload, std::uint64_t size);
+  // The id of the last record taken, if any.
+  std::optional<std::uint64_t> lastTaken() const { return last_taken_; }
 
   // The first place in [from, to] of `bytes` (`end` of them to the end of the data, all
   // readable) where acceptsRun says yes.
@@ -70,6 +73,7 @@ class SalvageSearch {
 
   std::size_t id_size_;
   RecordLayoutLookup lookup_;
+  std::optional<std::uint64_t> last_taken_;
   unsigned run_length_ = 0;
   std::vector<GroupState> states_;
   HashMap<std::uint64_t, std::uint32_t> index_;  // record id -> states_

@@ -5,7 +5,6 @@
 #include <new>
 #include <optional>
 
-#include "finalize/data_section_reader.h"
 #include "finalize/record_salvage.h"
 #include "mdf/channel_group_block.h"
 #include "mdf/data_group_block.h"
@@ -16,8 +15,6 @@ namespace qm {
 namespace {
 
 constexpr std::uint64_t kVlsdLengthPrefix = 4;
-// Records looked at next to a stretch, on either side.
-constexpr std::uint64_t kBesideStretch = 2;
 // Learning a segment's shift: the first references of the segment are tried against its first
 // values, and each guess is scored on the references after them.
 constexpr std::size_t kAnchors = 4;
@@ -96,16 +93,21 @@ bool readAll(Stream& stream, std::vector<std::uint8_t>& bytes) {
   return true;
 }
 
-// The variable-length values of one group as the output holds them: where each starts, and
-// where each segment (the stretch of data between two damaged stretches) begins.
+// The variable-length values of one group as the scan collected them: their bytes, where each
+// starts, and where each segment (the data between two damaged stretches) begins.
 struct ValueIndex {
+  std::vector<std::uint8_t> bytes;
   std::vector<std::uint64_t> starts;
-  std::vector<std::uint64_t> segment_start;  // per segment, in bytes; one more at the end
+  std::vector<std::uint64_t> segment_start;  // per segment, in bytes; the end at the back
+  std::vector<std::uint64_t> distrusted;     // values right before a stretch, in order
 
-  bool startsValue(std::uint64_t offset, std::size_t segment) const {
-    if (segment + 1 >= segment_start.size()) return false;
-    if (offset < segment_start[segment] || offset >= segment_start[segment + 1]) return false;
-    return std::binary_search(starts.begin(), starts.end(), offset);
+  // The value starting at `offset` inside the given segment, if there is one.
+  std::optional<std::uint64_t> valueAt(std::uint64_t offset, std::size_t segment) const {
+    if (segment + 1 >= segment_start.size()) return std::nullopt;
+    if (offset < segment_start[segment] || offset >= segment_start[segment + 1]) return std::nullopt;
+    auto it = std::lower_bound(starts.begin(), starts.end(), offset);
+    if (it == starts.end() || *it != offset) return std::nullopt;
+    return static_cast<std::uint64_t>(it - starts.begin());
   }
   // The first `most` value starts of a segment.
   std::vector<std::uint64_t> firstOf(std::size_t segment, std::size_t most) const {
@@ -116,42 +118,44 @@ struct ValueIndex {
     }
     return first;
   }
+  std::uint64_t sizeOf(std::uint64_t value) const {
+    const std::uint64_t end = value + 1 < starts.size() ? starts[value + 1] : bytes.size();
+    return end - starts[value];
+  }
+  std::size_t segmentOf(std::uint64_t value) const {
+    return static_cast<std::size_t>(
+        std::upper_bound(segment_start.begin(), segment_start.end() - 1, starts[value]) - segment_start.begin() - 1);
+  }
 };
 
 bool indexValues(Stream& values, const std::vector<SalvagedStretch>& salvaged, std::uint64_t record_id,
                  ValueIndex& index) {
-  const std::int64_t size = streamSize(&values);
-  if (size < 0) return false;
-  DataSectionReader reader(&values, static_cast<std::uint64_t>(size));
+  if (!readAll(values, index.bytes)) return false;
   try {
-    while (reader.remaining() >= kVlsdLengthPrefix) {
-      const std::uint8_t* prefix = reader.ensure(kVlsdLengthPrefix);
-      if (prefix == nullptr) return false;
-      std::uint64_t skip = kVlsdLengthPrefix + littleEndianValue(prefix, kVlsdLengthPrefix);
-      if (skip > reader.remaining()) break;
-      index.starts.push_back(reader.position());
-      while (skip > 0) {
-        const std::uint64_t step = std::min<std::uint64_t>(skip, DataSectionReader::kPieceSize);
-        if (reader.ensure(step) == nullptr) return false;
-        reader.consume(static_cast<std::size_t>(step));
-        skip -= step;
-      }
+    const std::uint64_t size = index.bytes.size();
+    for (std::uint64_t at = 0; size - at >= kVlsdLengthPrefix;) {
+      const std::uint64_t value = kVlsdLengthPrefix + littleEndianValue(index.bytes.data() + at, kVlsdLengthPrefix);
+      if (value > size - at) break;
+      index.starts.push_back(at);
+      at += value;
     }
+    index.bytes.resize(index.starts.empty() ? 0 : index.starts.back() + index.sizeOf(index.starts.size() - 1));
     index.segment_start.push_back(0);
     CollectedBytes collected(salvaged, record_id);
     for (std::size_t i = 0; i < salvaged.size(); ++i) index.segment_start.push_back(collected.before(i));
-    index.segment_start.push_back(static_cast<std::uint64_t>(size));
+    index.segment_start.push_back(size);
+    for (std::size_t i = 0; i < salvaged.size(); ++i) {
+      if (salvaged[i].record_before != record_id) continue;
+      auto end = std::lower_bound(index.starts.begin(), index.starts.end(), index.segment_start[i + 1]);
+      if (end != index.starts.begin() && *(end - 1) >= index.segment_start[i]) {
+        index.distrusted.push_back(static_cast<std::uint64_t>(end - 1 - index.starts.begin()));
+      }
+    }
   } catch (const std::bad_alloc&) {
     return false;
   }
   return true;
 }
-
-// A channel whose value is an offset into a variable-length group of this data group.
-struct Reference {
-  BitField field;
-  std::uint64_t values_id = 0;
-};
 
 // One fixed-length channel group's records, loaded for the repair.
 class GroupRepair {
@@ -159,7 +163,7 @@ class GroupRepair {
   GroupRepair(std::vector<std::uint8_t> bytes, std::uint64_t record_bytes, const std::vector<SalvagedStretch>& salvaged,
               std::uint64_t record_id)
       : bytes_(std::move(bytes)), record_bytes_(record_bytes), count_(bytes_.size() / record_bytes),
-        keep_(count_, 1) {
+        keep_(count_, 1), dropped_in_(salvaged.size() + 1) {
     segment_start_.push_back(0);
     CollectedBytes collected(salvaged, record_id);
     for (std::size_t i = 0; i < salvaged.size(); ++i) {
@@ -169,66 +173,69 @@ class GroupRepair {
   }
 
   std::size_t segments() const { return segment_start_.size() - 1; }
+  std::uint64_t count() const { return count_; }
+  bool kept(std::uint64_t i) const { return keep_[i] != 0; }
+  const std::uint8_t* record(std::uint64_t i) const { return bytes_.data() + i * record_bytes_; }
 
-  // Drops the records beside each stretch whose master runs ahead of the next record kept.
-  std::uint64_t dropOutOfTime(const MasterValue& master) {
+  // The group's record right before each stretch it was the last record before.
+  std::uint64_t dropBeforeDamage(const std::vector<SalvagedStretch>& salvaged, std::uint64_t record_id) {
     std::uint64_t dropped = 0;
-    for (std::size_t stretch = 1; stretch < segment_start_.size() - 1; ++stretch) {
-      const std::uint64_t at = segment_start_[stretch];
-      const std::uint64_t from = at >= kBesideStretch ? at - kBesideStretch : 0;
-      const std::uint64_t to = std::min(count_, at + kBesideStretch);
-      // From the back, so that each record is compared with one already judged.
-      for (std::uint64_t i = to; i-- > from;) {
-        if (!keep_[i]) continue;
-        std::optional<std::uint64_t> next = nextKept(i);
-        if (!next) continue;
-        std::optional<std::uint64_t> key = masterKey(master, record(i), record_bytes_);
-        std::optional<std::uint64_t> next_key = masterKey(master, record(*next), record_bytes_);
-        if (next_key && (!key || *key > *next_key)) {
-          keep_[i] = 0;
-          ++dropped;
-          noteDrop(i);
-        }
-      }
+    for (std::size_t i = 0; i < salvaged.size(); ++i) {
+      const std::uint64_t last = segment_start_[i + 1];
+      if (salvaged[i].record_before != record_id || last == segment_start_[i] || !keep_[last - 1]) continue;
+      keep_[last - 1] = 0;
+      ++dropped;
+      ++dropped_in_[i];
     }
     return dropped;
   }
 
-  // Rewrites the references of `reference` into `values`; drops the records whose value is
-  // not in the output.
-  std::uint64_t remap(const BitField& field, const ValueIndex& values) {
+  // Damaged bytes that still parse as records carry times that break the group's order: a
+  // record before the last one kept, or ahead of the next record that itself fits, is left out.
+  std::uint64_t dropOutOfTime(const MasterValue& master) {
+    std::vector<std::optional<std::uint64_t>> keys(count_);
+    for (std::uint64_t i = 0; i < count_; ++i) {
+      if (keep_[i]) keys[i] = masterKey(master, record(i), record_bytes_);
+    }
+    return dropOutOfOrder(keys, false);
+  }
+
+  // Maps each kept record's reference to the value it names among `values`: per segment, the
+  // logger's offsets are the output's moved back by what the stretches before it lost. The
+  // records whose value is not there, or whose values break the group's order, are left out.
+  // Returns the value of each record (none for those left out) and how many were left out.
+  std::vector<std::optional<std::uint64_t>> mapReferences(const BitField& field, const ValueIndex& values,
+                                                          std::uint64_t& dropped) {
     std::vector<std::optional<std::uint64_t>> shift(segments());
     shift[0] = 0;  // before the first stretch the logger's offsets are the output's
     for (std::size_t segment = 1; segment < segments(); ++segment) {
       shift[segment] = learnShift(field, values, segment, shift[segment - 1]);
     }
-    std::uint64_t dropped = 0;
+    std::vector<std::optional<std::uint64_t>> named(count_);
     for (std::size_t segment = 0; segment < segments(); ++segment) {
       for (std::uint64_t i = segment_start_[segment]; i < segment_start_[segment + 1]; ++i) {
         if (!keep_[i]) continue;
-        std::uint8_t* bytes = record(i);
-        const std::uint64_t reference = field.read(bytes);
+        const std::uint64_t reference = field.read(record(i));
         // A record right behind a stretch may still refer to a value from before it.
-        std::optional<std::uint64_t> placed;
-        for (std::size_t from = segment + 1; from-- > 0 && from + 2 > segment && !placed;) {
-          if (shift[from] && reference >= *shift[from] && values.startsValue(reference - *shift[from], from)) {
-            placed = reference - *shift[from];
-          }
+        for (std::size_t from = segment + 1; from-- > 0 && from + 2 > segment && !named[i];) {
+          if (shift[from] && reference >= *shift[from]) named[i] = values.valueAt(reference - *shift[from], from);
         }
-        if (placed) {
-          field.write(bytes, *placed);
-        } else {
-          keep_[i] = 0;
-          ++dropped;
-          noteDrop(i);
+        if (named[i] && std::binary_search(values.distrusted.begin(), values.distrusted.end(), *named[i])) {
+          named[i].reset();
         }
       }
     }
-    return dropped;
+    // Each record has a value of its own, written in order.
+    dropped = dropOutOfOrder(named, true);
+    return named;
+  }
+
+  void writeReference(std::uint64_t i, const BitField& field, std::uint64_t offset) {
+    field.write(bytes_.data() + i * record_bytes_, offset);
   }
 
   // The records kept, as one stream.
-  std::unique_ptr<Stream> kept() {
+  std::unique_ptr<Stream> keptRecords() const {
     auto stream = std::make_unique<MemoryStream>();
     for (std::uint64_t i = 0; i < count_; ++i) {
       if (keep_[i]) stream->write(record(i), static_cast<std::size_t>(record_bytes_));
@@ -241,26 +248,42 @@ class GroupRepair {
   const std::vector<std::uint64_t>& droppedPerSegment() const { return dropped_in_; }
 
  private:
-  std::uint8_t* record(std::uint64_t i) { return bytes_.data() + i * record_bytes_; }
-
-  std::optional<std::uint64_t> nextKept(std::uint64_t i) const {
-    for (std::uint64_t j = i + 1; j < count_; ++j) {
-      if (keep_[j]) return j;
+  // Drops every kept record without a key, and those that break the keys' order (rising, or
+  // strictly rising): one below the last kept, or above the next one that is not itself below
+  // the last kept.
+  std::uint64_t dropOutOfOrder(const std::vector<std::optional<std::uint64_t>>& keys, bool strictly) {
+    std::uint64_t dropped = 0;
+    std::optional<std::uint64_t> last;
+    std::uint64_t next = 0;  // the next kept record with a key, after i
+    auto below = [&](std::uint64_t a, std::uint64_t b) { return strictly ? a <= b : a < b; };
+    for (std::uint64_t i = 0; i < count_; ++i) {
+      if (!keep_[i]) continue;
+      bool drop = !keys[i] || (last && below(*keys[i], *last));
+      if (!drop) {
+        for (next = std::max(next, i + 1); next < count_ && (!keep_[next] || !keys[next]); ++next) {
+        }
+        drop = next < count_ && below(*keys[next], *keys[i]) && !(last && below(*keys[next], *last));
+      }
+      if (drop) {
+        keep_[i] = 0;
+        ++dropped;
+        ++dropped_in_[segmentOf(i)];
+      } else {
+        last = keys[i];
+      }
     }
-    return std::nullopt;
+    return dropped;
   }
 
-  void noteDrop(std::uint64_t i) {
-    dropped_in_.resize(segments());
-    const auto segment = static_cast<std::size_t>(
-        std::upper_bound(segment_start_.begin(), segment_start_.end(), i) - segment_start_.begin() - 1);
-    ++dropped_in_[std::min(segment, segments() - 1)];
+  std::size_t segmentOf(std::uint64_t i) const {
+    return static_cast<std::size_t>(std::upper_bound(segment_start_.begin(), segment_start_.end() - 1, i) -
+                                    segment_start_.begin() - 1);
   }
 
   // The distance between the logger's offsets and the output's in one segment: the guess, from
   // the first references and values, under which most of the first references land on a value.
   std::optional<std::uint64_t> learnShift(const BitField& field, const ValueIndex& values, std::size_t segment,
-                                          std::optional<std::uint64_t> before) {
+                                          std::optional<std::uint64_t> before) const {
     std::vector<std::uint64_t> references;
     for (std::uint64_t i = segment_start_[segment]; i < segment_start_[segment + 1] && references.size() < kChecks; ++i) {
       if (keep_[i]) references.push_back(field.read(record(i)));
@@ -275,7 +298,7 @@ class GroupRepair {
         const std::uint64_t shift = references[a] - start;
         std::size_t score = 0;
         for (std::uint64_t reference : references) {
-          score += reference >= shift && values.startsValue(reference - shift, segment);
+          score += reference >= shift && values.valueAt(reference - shift, segment).has_value();
         }
         if (score > best_score) {
           best_score = score;
@@ -293,6 +316,12 @@ class GroupRepair {
   std::vector<std::uint8_t> keep_;
   std::vector<std::uint64_t> segment_start_;  // record index where each segment begins; count at the end
   std::vector<std::uint64_t> dropped_in_;
+};
+
+// A channel whose value is an offset into a variable-length group of this data group.
+struct Reference {
+  BitField field;
+  std::uint64_t values_id = 0;
 };
 
 const ChannelGroupBlock* variableLengthGroupOf(const DataGroupBlock& group, const BlockRef& target) {
@@ -331,6 +360,26 @@ void noteDrops(LossReport* report, LossReason reason, std::uint64_t record_id, s
 void repairSalvagedRecords(const DataGroupBlock& group, SortTable& table, std::vector<SalvagedStretch>& salvaged,
                            LossReport* report) {
   if (salvaged.empty()) return;
+  // A variable-length group whose only referrer is repaired here keeps only the values the
+  // records kept name: values of records lost in a stretch, and damaged bytes read as values.
+  HashMap<std::uint64_t, std::uint32_t> referrers;
+  for (const BlockRef& block : group.channel_groups) {
+    const ChannelGroupBlock* channel_group = blockAs<ChannelGroupBlock>(block);
+    if (channel_group == nullptr || (channel_group->flags & kChannelGroupVlsd)) continue;
+    for (const Reference& reference : referencesOf(group, *channel_group)) {
+      if (std::uint32_t* count = referrers.find(reference.values_id)) {
+        ++*count;
+      } else {
+        referrers.insert(reference.values_id, 1);
+      }
+    }
+  }
+  auto afterStretch = [&](std::size_t segment, std::uint64_t records) {
+    if (segment == 0 || segment > salvaged.size()) return;
+    std::uint64_t& after = salvaged[segment - 1].stretch.records_after;
+    after -= std::min(after, records);
+  };
+
   for (const BlockRef& block : group.channel_groups) {
     const ChannelGroupBlock* channel_group = blockAs<ChannelGroupBlock>(block);
     if (channel_group == nullptr || (channel_group->flags & kChannelGroupVlsd) || channel_group->data_bytes == 0) {
@@ -339,7 +388,10 @@ void repairSalvagedRecords(const DataGroupBlock& group, SortTable& table, std::v
     const std::uint64_t record_id = channel_group->record_id;
     const MasterValue master = masterValueOf(*channel_group);
     const std::vector<Reference> references = referencesOf(group, *channel_group);
-    if ((!master.present && references.empty()) || !table.contains(record_id)) continue;
+    const bool before_damage = std::any_of(salvaged.begin(), salvaged.end(), [&](const SalvagedStretch& stretch) {
+      return stretch.record_before == record_id;
+    });
+    if ((!master.present && references.empty() && !before_damage) || !table.contains(record_id)) continue;
 
     std::unique_ptr<Stream> stream = takeStream(table, record_id);
     std::vector<std::uint8_t> bytes;
@@ -350,24 +402,67 @@ void repairSalvagedRecords(const DataGroupBlock& group, SortTable& table, std::v
     stream.reset();
     GroupRepair repair(std::move(bytes), channel_group->data_bytes, salvaged, record_id);
     const std::uint64_t record_bytes = group.record_id_size + channel_group->data_bytes;
+    noteDrops(report, LossReason::kRecordBeforeDamage, record_id, repair.dropBeforeDamage(salvaged, record_id),
+              record_bytes);
     if (master.present) {
       noteDrops(report, LossReason::kRecordOutOfTime, record_id, repair.dropOutOfTime(master), record_bytes);
     }
     for (const Reference& reference : references) {
       std::unique_ptr<Stream> values = takeStream(table, reference.values_id);
       ValueIndex index;
-      const bool indexed = indexValues(*values, salvaged, reference.values_id, index);
-      putBack(table, reference.values_id, std::move(values));
-      if (!indexed) continue;
-      noteDrops(report, LossReason::kSignalValueLost, reference.values_id, repair.remap(reference.field, index),
-                record_bytes);
+      if (!indexValues(*values, salvaged, reference.values_id, index)) {
+        putBack(table, reference.values_id, std::move(values));
+        continue;
+      }
+      std::uint64_t dropped = 0;
+      const std::vector<std::optional<std::uint64_t>> named = repair.mapReferences(reference.field, index, dropped);
+      noteDrops(report, LossReason::kSignalValueLost, reference.values_id, dropped, record_bytes);
+      const std::uint32_t* sharing = referrers.find(reference.values_id);
+      if (sharing && *sharing > 1) {
+        for (std::uint64_t i = 0; i < repair.count(); ++i) {
+          if (repair.kept(i)) repair.writeReference(i, reference.field, index.starts[*named[i]]);
+        }
+        putBack(table, reference.values_id, std::move(values));
+        continue;
+      }
+      // Values named in order: each kept value follows the one before in the new sequence.
+      values.reset();
+      auto kept = std::make_unique<MemoryStream>();
+      std::vector<std::uint64_t> unnamed(repair.segments());
+      std::uint64_t unnamed_bytes = 0;
+      std::uint64_t value = 0;
+      for (std::uint64_t i = 0; i < repair.count(); ++i) {
+        if (!repair.kept(i)) continue;
+        for (; value < *named[i]; ++value) {
+          ++unnamed[index.segmentOf(value)];
+          unnamed_bytes += index.sizeOf(value);
+        }
+        repair.writeReference(i, reference.field, static_cast<std::uint64_t>(kept->tell()));
+        kept->write(index.bytes.data() + index.starts[value], static_cast<std::size_t>(index.sizeOf(value)));
+        ++value;
+      }
+      for (; value < index.starts.size(); ++value) {
+        ++unnamed[index.segmentOf(value)];
+        unnamed_bytes += index.sizeOf(value);
+      }
+      std::uint64_t unnamed_count = 0;
+      for (std::size_t segment = 0; segment < unnamed.size(); ++segment) {
+        afterStretch(segment, unnamed[segment]);
+        unnamed_count += unnamed[segment];
+      }
+      if (report && unnamed_count > 0) {
+        RecordLoss loss;
+        loss.reason = LossReason::kUnnamedSignalValue;
+        loss.record_id = reference.values_id;
+        loss.records = unnamed_count;
+        loss.bytes = unnamed_bytes + unnamed_count * group.record_id_size;
+        report->losses.push_back(loss);
+      }
+      putBack(table, reference.values_id, std::move(kept));
     }
     const std::vector<std::uint64_t>& dropped = repair.droppedPerSegment();
-    for (std::size_t segment = 1; segment < dropped.size(); ++segment) {
-      std::uint64_t& after = salvaged[segment - 1].stretch.records_after;
-      after -= std::min(after, dropped[segment]);
-    }
-    putBack(table, record_id, repair.kept());
+    for (std::size_t segment = 1; segment < dropped.size(); ++segment) afterStretch(segment, dropped[segment]);
+    putBack(table, record_id, repair.keptRecords());
   }
 }
 

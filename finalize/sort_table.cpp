@@ -176,14 +176,21 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> collectedSizes(const DataGr
 }
 
 SalvagedStretch stretchAt(const ScanEnd& end, std::uint64_t resume, const DataGroupBlock& group,
-                          const SortTable& table) {
+                          const SortTable& table, const SalvageSearch& search) {
   SalvagedStretch salvaged;
+  salvaged.record_before = search.lastTaken();
   salvaged.loss = lossAt(end);
   salvaged.loss.bytes = resume - end.offset;
   salvaged.stretch.offset = end.offset;
   salvaged.stretch.bytes = resume - end.offset;
   salvaged.collected = collectedSizes(group, table);
   return salvaged;
+}
+
+void salvageTooLongClaim(const DataGroupBlock& group, const SectionInMemory& section, ScanEnd& end) {
+  if (end.kind != ScanEnd::kTornRecord || end.offset < section.start) return;
+  RecordLayoutLookup lookup(group);
+  claimTooLongIsDamage(end, group.record_id_size, lookup, section.memory.data + end.offset);
 }
 
 // Behind a damaged stretch records are read in place on one thread: every channel group's
@@ -220,10 +227,11 @@ ScanEnd salvageInMemory(const DataGroupBlock& group, const SectionInMemory& sect
     if (endsAtBlocks(end, base + end.offset)) break;
     // The place at the end of the data is always taken, so a place is always found.
     const std::uint64_t resume = search.find(base, end.offset + 1, data_end, data_end).value_or(data_end);
-    salvaged.push_back(stretchAt(end, resume, group, table));
+    salvaged.push_back(stretchAt(end, resume, group, table, search));
     std::uint64_t records = 0;
-    end = collectPlacesSalvaging(group, SectionInMemory{section.memory, resume, data_end - resume}, table, search,
-                                 records);
+    const SectionInMemory rest{section.memory, resume, data_end - resume};
+    end = collectPlacesSalvaging(group, rest, table, search, records);
+    salvageTooLongClaim(group, rest, end);
     salvaged.back().stretch.records_after = records;
   }
   return end;
@@ -261,7 +269,7 @@ ScanEnd salvageCopies(const DataGroupBlock& group, const SortTable& table, std::
       return end;
     }
     const ScanEnd stop = end;
-    SalvagedStretch stretch = stretchAt(stop, stop.offset, group, table);
+    SalvagedStretch stretch = stretchAt(stop, stop.offset, group, table, search);
     if (!records.resumeAfterDamage(search)) {
       end = records.end();
       end.offset += start;
@@ -277,7 +285,10 @@ ScanEnd collectInMemory(const DataGroupBlock& group, const SectionInMemory& sect
                         std::vector<SalvagedStretch>* salvaged) {
   ScanEnd end = collectPlacesInParallel(group, section, table);
   // Both lanes stopped at the same place; salvaging goes on from there on one thread.
-  if (salvaged && end.dropsData()) return salvageInMemory(group, section, table, end, *salvaged);
+  if (salvaged) {
+    salvageTooLongClaim(group, section, end);
+    if (end.dropsData()) return salvageInMemory(group, section, table, end, *salvaged);
+  }
   if (end.dropsData()) {
     const std::uint8_t* dropped = section.memory.data + end.offset;
     if (std::optional<std::uint64_t> block = findBlockStart(dropped, end.left, end.left)) {

@@ -3,6 +3,7 @@
 // group in record order, collected from the group's records.
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -30,6 +31,9 @@ using SortTable = HashMap<std::uint64_t, SortEntry>;
 struct SalvagedStretch {
   SkippedStretch stretch;
   RecordLoss loss;
+  // The id of the record the scan took right before the stretch: the damage may have begun
+  // inside it, where its id and length still read.
+  std::optional<std::uint64_t> record_before;
   std::vector<std::pair<std::uint64_t, std::uint64_t>> collected;
 };
 
