@@ -103,6 +103,7 @@ SalvageSearch::GroupState* SalvageSearch::stateOf(std::uint64_t record_id) {
 
 void SalvageSearch::take(std::uint64_t record_id, const std::uint8_t* payload, std::uint64_t size) {
   last_taken_ = record_id;
+  if (lead_.size() < kLeadRecords) lead_.push_back(record_id);
   GroupState* state = stateOf(record_id);
   if (state == nullptr || !state->master.present) return;
   std::optional<std::uint64_t> key = masterKey(state->master, payload, size);

@@ -54,6 +54,10 @@ class SalvageSearch {
   void take(std::uint64_t record_id, const std::uint8_t* payload, std::uint64_t size);
   // The id of the last record taken, if any.
   std::optional<std::uint64_t> lastTaken() const { return last_taken_; }
+  // The ids of the first records taken since the last call, in order (at most kLeadRecords):
+  // how a segment's records interleave, which pairs frames with their values.
+  static constexpr std::size_t kLeadRecords = 64;
+  std::vector<std::uint64_t> takeLead() { return std::move(lead_); }
 
   // The first place in [from, to] of `bytes` (`end` of them to the end of the data, all
   // readable) where acceptsRun says yes.
@@ -74,6 +78,7 @@ class SalvageSearch {
   std::size_t id_size_;
   RecordLayoutLookup lookup_;
   std::optional<std::uint64_t> last_taken_;
+  std::vector<std::uint64_t> lead_;
   unsigned run_length_ = 0;
   std::vector<GroupState> states_;
   HashMap<std::uint64_t, std::uint32_t> index_;  // record id -> states_

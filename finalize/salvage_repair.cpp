@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
 #include <new>
 #include <optional>
 
@@ -157,6 +158,36 @@ bool indexValues(Stream& values, const std::vector<SalvagedStretch>& salvaged, s
   return true;
 }
 
+class GroupRepair;
+
+// How a segment's first records interleave, from the ids the scan took: which frame came after
+// how many values of the segment.
+class Pairing {
+ public:
+  Pairing(const std::vector<SalvagedStretch>& salvaged, std::uint64_t record_id, std::uint64_t values_id)
+      : salvaged_(salvaged), record_id_(record_id), values_id_(values_id) {}
+
+  // (record, value) pairs among the segment's first records: each frame with the value that
+  // `distance` values from the last one before it (0: that one, as loggers write a frame's
+  // value right before it), as record and value indexes of the whole group.
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> pairs(const GroupRepair& repair, const ValueIndex& values,
+                                                             std::size_t segment, std::int64_t distance) const;
+
+  // How far, in values, the value a frame names lies from the last value before it: learnt
+  // from the records before the first stretch, where the logger's offsets are the output's.
+  std::int64_t distance(const GroupRepair& repair, const BitField& field, const ValueIndex& values) const;
+
+ private:
+  const std::vector<std::uint64_t>* leadOf(std::size_t segment) const {
+    if (segment == 0) return salvaged_.empty() ? nullptr : &salvaged_[0].lead_before;
+    return segment <= salvaged_.size() ? &salvaged_[segment - 1].lead_after : nullptr;
+  }
+
+  const std::vector<SalvagedStretch>& salvaged_;
+  std::uint64_t record_id_;
+  std::uint64_t values_id_;
+};
+
 // One fixed-length channel group's records, loaded for the repair.
 class GroupRepair {
  public:
@@ -205,11 +236,12 @@ class GroupRepair {
   // records whose value is not there, or whose values break the group's order, are left out.
   // Returns the value of each record (none for those left out) and how many were left out.
   std::vector<std::optional<std::uint64_t>> mapReferences(const BitField& field, const ValueIndex& values,
-                                                          std::uint64_t& dropped) {
+                                                          const Pairing& pairing, std::uint64_t& dropped) {
     std::vector<std::optional<std::uint64_t>> shift(segments());
     shift[0] = 0;  // before the first stretch the logger's offsets are the output's
+    const std::int64_t distance = pairing.distance(*this, field, values);
     for (std::size_t segment = 1; segment < segments(); ++segment) {
-      shift[segment] = learnShift(field, values, segment, shift[segment - 1]);
+      shift[segment] = learnShift(field, values, segment, shift[segment - 1], pairing, distance);
     }
     std::vector<std::optional<std::uint64_t>> named(count_);
     for (std::size_t segment = 0; segment < segments(); ++segment) {
@@ -229,6 +261,8 @@ class GroupRepair {
     dropped = dropOutOfOrder(named, true);
     return named;
   }
+
+  std::uint64_t segmentStart(std::size_t segment) const { return segment_start_[segment]; }
 
   void writeReference(std::uint64_t i, const BitField& field, std::uint64_t offset) {
     field.write(bytes_.data() + i * record_bytes_, offset);
@@ -280,33 +314,55 @@ class GroupRepair {
                                     segment_start_.begin() - 1);
   }
 
-  // The distance between the logger's offsets and the output's in one segment: the guess, from
-  // the first references and values, under which most of the first references land on a value.
+  // The distance between the logger's offsets and the output's in one segment. Guesses come
+  // from the segment's first records: a frame and the value the pairing says it names (the
+  // logger's own order, learnt before the first stretch), else any of the first frames and
+  // values. A guess counts when most of the segment's first references then land on a value,
+  // and only when no other guess does as well: loggers' values are often all of one size, and
+  // a guess one value off would fit them all.
   std::optional<std::uint64_t> learnShift(const BitField& field, const ValueIndex& values, std::size_t segment,
-                                          std::optional<std::uint64_t> before) const {
+                                          std::optional<std::uint64_t> before, const Pairing& pairing,
+                                          std::int64_t distance) const {
     std::vector<std::uint64_t> references;
     for (std::uint64_t i = segment_start_[segment]; i < segment_start_[segment + 1] && references.size() < kChecks; ++i) {
       if (keep_[i]) references.push_back(field.read(record(i)));
     }
+    auto score = [&](std::uint64_t shift) {
+      std::size_t landed = 0;
+      for (std::uint64_t reference : references) {
+        landed += reference >= shift && values.valueAt(reference - shift, segment).has_value();
+      }
+      return landed;
+    };
+    // Values are only ever lost, so offsets move back, never forward, and never less than before.
+    auto possible = [&](std::uint64_t reference, std::uint64_t start) {
+      return reference >= start && !(before && reference - start < *before);
+    };
+    for (const auto& [record, value] : pairing.pairs(*this, values, segment, distance)) {
+      if (!keep_[record]) continue;
+      const std::uint64_t reference = field.read(this->record(record));
+      const std::uint64_t start = values.starts[value];
+      if (possible(reference, start) && score(reference - start) * 2 > references.size()) return reference - start;
+    }
     const std::vector<std::uint64_t> starts = values.firstOf(segment, kAnchorValues);
     std::optional<std::uint64_t> best;
     std::size_t best_score = 0;
+    bool tied = false;
     for (std::size_t a = 0; a < references.size() && a < kAnchors; ++a) {
       for (std::uint64_t start : starts) {
-        // Values are only ever lost, so offsets move back, never forward, and never less than before.
-        if (references[a] < start || (before && references[a] - start < *before)) continue;
+        if (!possible(references[a], start)) continue;
         const std::uint64_t shift = references[a] - start;
-        std::size_t score = 0;
-        for (std::uint64_t reference : references) {
-          score += reference >= shift && values.valueAt(reference - shift, segment).has_value();
-        }
-        if (score > best_score) {
-          best_score = score;
+        const std::size_t landed = score(shift);
+        if (landed > best_score) {
+          best_score = landed;
           best = shift;
+          tied = false;
+        } else if (landed == best_score && best && shift != *best) {
+          tied = true;
         }
       }
     }
-    if (best_score * 2 <= references.size()) return std::nullopt;
+    if (tied || best_score * 2 <= references.size()) return std::nullopt;
     return best;
   }
 
@@ -317,6 +373,55 @@ class GroupRepair {
   std::vector<std::uint64_t> segment_start_;  // record index where each segment begins; count at the end
   std::vector<std::uint64_t> dropped_in_;
 };
+
+std::vector<std::pair<std::uint64_t, std::uint64_t>> Pairing::pairs(const GroupRepair& repair, const ValueIndex& values,
+                                                                     std::size_t segment, std::int64_t distance) const {
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> found;
+  const std::vector<std::uint64_t>* lead = leadOf(segment);
+  if (lead == nullptr || segment + 1 >= values.segment_start.size()) return found;
+  const auto first_value = static_cast<std::uint64_t>(
+      std::lower_bound(values.starts.begin(), values.starts.end(), values.segment_start[segment]) - values.starts.begin());
+  std::uint64_t records = 0;
+  std::uint64_t values_before = 0;
+  for (std::uint64_t id : *lead) {
+    if (id == values_id_) ++values_before;
+    if (id != record_id_) continue;
+    const std::int64_t value = static_cast<std::int64_t>(first_value + values_before) - 1 + distance;
+    const std::uint64_t record = repair.segmentStart(segment) + records++;
+    if (value >= 0 && static_cast<std::uint64_t>(value) < values.starts.size() && record < repair.count() &&
+        values.segmentOf(static_cast<std::uint64_t>(value)) == segment) {
+      found.emplace_back(record, static_cast<std::uint64_t>(value));
+    }
+    if (found.size() == kAnchors) break;
+  }
+  return found;
+}
+
+std::int64_t Pairing::distance(const GroupRepair& repair, const BitField& field, const ValueIndex& values) const {
+  const std::vector<std::uint64_t>* lead = leadOf(0);
+  if (lead == nullptr) return 0;
+  std::map<std::int64_t, std::size_t> votes;
+  std::uint64_t records = 0;
+  std::int64_t values_before = 0;
+  for (std::uint64_t id : *lead) {
+    if (id == values_id_) ++values_before;
+    if (id != record_id_) continue;
+    const std::uint64_t record = records++;
+    if (record >= repair.segmentStart(1)) break;
+    if (std::optional<std::uint64_t> value = values.valueAt(field.read(repair.record(record)), 0)) {
+      ++votes[static_cast<std::int64_t>(*value) - (values_before - 1)];
+    }
+  }
+  std::int64_t best = 0;
+  std::size_t most = 0;
+  for (const auto& [distance, count] : votes) {
+    if (count > most) {
+      most = count;
+      best = distance;
+    }
+  }
+  return best;
+}
 
 // A channel whose value is an offset into a variable-length group of this data group.
 struct Reference {
@@ -415,7 +520,8 @@ void repairSalvagedRecords(const DataGroupBlock& group, SortTable& table, std::v
         continue;
       }
       std::uint64_t dropped = 0;
-      const std::vector<std::optional<std::uint64_t>> named = repair.mapReferences(reference.field, index, dropped);
+      const Pairing pairing(salvaged, record_id, reference.values_id);
+      const std::vector<std::optional<std::uint64_t>> named = repair.mapReferences(reference.field, index, pairing, dropped);
       noteDrops(report, LossReason::kSignalValueLost, reference.values_id, dropped, record_bytes);
       const std::uint32_t* sharing = referrers.find(reference.values_id);
       if (sharing && *sharing > 1) {

@@ -176,15 +176,21 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> collectedSizes(const DataGr
 }
 
 SalvagedStretch stretchAt(const ScanEnd& end, std::uint64_t resume, const DataGroupBlock& group,
-                          const SortTable& table, const SalvageSearch& search) {
+                          const SortTable& table, SalvageSearch& search) {
   SalvagedStretch salvaged;
   salvaged.record_before = search.lastTaken();
+  salvaged.lead_before = search.takeLead();
   salvaged.loss = lossAt(end);
   salvaged.loss.bytes = resume - end.offset;
   salvaged.stretch.offset = end.offset;
   salvaged.stretch.bytes = resume - end.offset;
   salvaged.collected = collectedSizes(group, table);
   return salvaged;
+}
+
+// The segments' leads: each stretch's lead behind it is the next one's lead before it.
+void noteLeadAfter(std::vector<SalvagedStretch>& salvaged) {
+  for (std::size_t i = 0; i + 1 < salvaged.size(); ++i) salvaged[i].lead_after = salvaged[i + 1].lead_before;
 }
 
 void salvageTooLongClaim(const DataGroupBlock& group, const SectionInMemory& section, ScanEnd& end) {
@@ -234,6 +240,8 @@ ScanEnd salvageInMemory(const DataGroupBlock& group, const SectionInMemory& sect
     salvageTooLongClaim(group, rest, end);
     salvaged.back().stretch.records_after = records;
   }
+  noteLeadAfter(salvaged);
+  if (!salvaged.empty()) salvaged.back().lead_after = search.takeLead();
   return end;
 }
 
@@ -265,12 +273,16 @@ ScanEnd salvageCopies(const DataGroupBlock& group, const SortTable& table, std::
     }
     ScanEnd end = records.end();
     if (!end.dropsData()) {
+      noteLeadAfter(salvaged);
+      if (!salvaged.empty()) salvaged.back().lead_after = search.takeLead();
       end.offset += start;
       return end;
     }
     const ScanEnd stop = end;
     SalvagedStretch stretch = stretchAt(stop, stop.offset, group, table, search);
     if (!records.resumeAfterDamage(search)) {
+      noteLeadAfter(salvaged);
+      if (!salvaged.empty()) salvaged.back().lead_after = stretch.lead_before;
       end = records.end();
       end.offset += start;
       return end;  // the padding before blocks, or the rest could not be read and is dropped

@@ -34,6 +34,9 @@ struct SalvagedStretch {
   // The id of the record the scan took right before the stretch: the damage may have begun
   // inside it, where its id and length still read.
   std::optional<std::uint64_t> record_before;
+  // The ids of the first records of the segments before and behind the stretch, in order.
+  std::vector<std::uint64_t> lead_before;
+  std::vector<std::uint64_t> lead_after;
   std::vector<std::pair<std::uint64_t, std::uint64_t>> collected;
 };
 
