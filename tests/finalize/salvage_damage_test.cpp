@@ -319,3 +319,32 @@ TEST(SalvageDamage, RecoversTheRecordsOutsideRandomDamageAndInventsNone) {
 
 }  // namespace
 }  // namespace qm
+
+namespace qm {
+namespace {
+
+// A section large enough to be scanned in two lanes: both stop at the first stretch, and the
+// salvaged output is the one records read from a stream give.
+TEST(SalvageDamage, TwoLanesStopTogetherAndSalvageAsOne) {
+  StringSink sink;
+  LoggerFileSettings settings;
+  settings.size = 20 << 20;
+  settings.seed = 5;
+  ASSERT_TRUE(writeLoggerFile(settings, sink));
+  std::string bytes = sink.bytes();
+  RandomSource random(99);
+  for (std::uint64_t at : {std::uint64_t{300000}, std::uint64_t{7 << 20}, std::uint64_t{19 << 20}}) {
+    for (std::uint64_t i = at; i < at + 5000; ++i) bytes[i] = static_cast<char>(random.below(256));
+  }
+  LossReport in_memory;
+  LossReport streamed;
+  const std::string saved = finalized(bytes, InputKind::kInMemory, true, &in_memory);
+  EXPECT_EQ(finalized(bytes, InputKind::kStreamed, true, &streamed), saved);
+  EXPECT_EQ(in_memory.skipped.size(), 3u);
+  EXPECT_EQ(describeLosses(in_memory), describeLosses(streamed));
+  VerifyReport verified = verifyMdfFile(MemorySource(saved));
+  EXPECT_TRUE(verified.ok()) << (verified.ok() ? "" : verified.problems.front());
+}
+
+}  // namespace
+}  // namespace qm
