@@ -168,20 +168,32 @@ bool RecordIterator::resumeAfterDamage(SalvageSearch& search) {
     }
   }
   reader_.consume(1);  // the record that stopped the scan is none
+  // The places are tried in what the reader holds already; the view grows only for a run that
+  // needs more, so a short stretch costs no more than its own bytes and its run.
+  constexpr std::uint64_t kFirstView = 4096;
   for (;;) {
     const std::uint64_t left = reader_.remaining();
-    const std::uint64_t window = std::min(left, 2 * kSalvageWindow);
-    bytes = reader_.ensure(window);
+    std::uint64_t view = std::min(left, std::max(reader_.buffered(), kFirstView));
+    bytes = reader_.ensure(view);
     if (bytes == nullptr) return false;
-    // Every place tried must have its whole view in the window; the last piece reaches the end.
-    const std::uint64_t last = window == left ? left : window - kSalvageWindow;
-    if (std::optional<std::uint64_t> found = search.find(bytes, 0, last, left)) {
-      reader_.consume(static_cast<std::size_t>(*found));
-      over_ = false;
-      end_ = ScanEnd{};
-      return true;
+    std::uint64_t at = 0;
+    // The end of the data is a place too, and always taken.
+    for (; at < view || (view == left && at <= left); ++at) {
+      SalvageSearch::Verdict verdict = search.judgeRun(bytes + at, left - at, view - at);
+      if (verdict == SalvageSearch::kNeedMore) {
+        view = std::min(left, at + kSalvageWindow);
+        bytes = reader_.ensure(view);
+        if (bytes == nullptr) return false;
+        verdict = search.judgeRun(bytes + at, left - at, view - at);
+      }
+      if (verdict == SalvageSearch::kAccepted) {
+        reader_.consume(static_cast<std::size_t>(at));
+        over_ = false;
+        end_ = ScanEnd{};
+        return true;
+      }
     }
-    reader_.consume(static_cast<std::size_t>(last + 1));
+    reader_.consume(static_cast<std::size_t>(at));
   }
 }
 

@@ -114,7 +114,16 @@ void SalvageSearch::take(std::uint64_t record_id, const std::uint8_t* payload, s
 }
 
 bool SalvageSearch::acceptsRun(const std::uint8_t* bytes, std::uint64_t left) {
+  return judgeRun(bytes, left, left) == kAccepted;
+}
+
+SalvageSearch::Verdict SalvageSearch::judgeRun(const std::uint8_t* bytes, std::uint64_t left, std::uint64_t readable) {
   const std::uint64_t visible = std::min(left, kSalvageWindow);
+  readable = std::min(readable, visible);
+  // Whether the first `end` bytes of the run may be looked at: not beyond what the verdict
+  // depends on, and only once they are there.
+  enum Reach { kBeyond, kThere, kNotYet };
+  auto reach = [&](std::uint64_t end) { return end > visible ? kBeyond : end > readable ? kNotYet : kThere; };
   struct Seen {
     const GroupState* state;
     std::uint64_t key;
@@ -123,43 +132,45 @@ bool SalvageSearch::acceptsRun(const std::uint8_t* bytes, std::uint64_t left) {
   unsigned seen_count = 0;
   std::uint64_t at = 0;
   for (unsigned n = 0; n < run_length_; ++n) {
-    if (at == left) return true;  // the run ends with the data
+    if (at == left) return kAccepted;  // the run ends with the data
     const std::uint64_t rest = left - at;
-    if (at + kBytesToTellABlock <= visible && startsBlock(bytes + at, rest)) return true;
-    if (rest < id_size_) return true;  // a torn last record id
-    if (at + id_size_ > visible) return false;
+    if (reach(at + kBytesToTellABlock) == kNotYet) return kNeedMore;
+    if (reach(at + kBytesToTellABlock) == kThere && startsBlock(bytes + at, rest)) return kAccepted;
+    if (rest < id_size_) return kAccepted;  // a torn last record id
+    if (reach(at + id_size_) != kThere) return reach(at + id_size_) == kBeyond ? kRejected : kNeedMore;
     const std::uint64_t record_id = id_size_ > 0 ? littleEndianValue(bytes + at, id_size_) : 0;
     const std::int64_t length = lookup_.payloadLength(record_id);
-    if (length == RecordLayoutLookup::kNoLayout) return false;
+    if (length == RecordLayoutLookup::kNoLayout) return kRejected;
     std::uint64_t payload_size = static_cast<std::uint64_t>(length);
     if (length == RecordLayoutLookup::kVariable) {
-      if (rest - id_size_ < kVlsdLengthPrefix) return true;  // a torn length
-      if (at + id_size_ + kVlsdLengthPrefix > visible) return false;
+      if (rest - id_size_ < kVlsdLengthPrefix) return kAccepted;  // a torn length
+      const Reach prefix = reach(at + id_size_ + kVlsdLengthPrefix);
+      if (prefix != kThere) return prefix == kBeyond ? kRejected : kNeedMore;
       payload_size = kVlsdLengthPrefix + littleEndianValue(bytes + at + id_size_, kVlsdLengthPrefix);
     }
     const std::uint64_t total = id_size_ + payload_size;
-    if (total == 0) return false;
+    if (total == 0) return kRejected;
     if (total > rest) {
       // A torn last record; a variable-length claim no logger writes is damage instead.
-      return length != RecordLayoutLookup::kVariable || total <= kLargestTornRecord;
+      return length != RecordLayoutLookup::kVariable || total <= kLargestTornRecord ? kAccepted : kRejected;
     }
-    if (at + total > visible) return false;
+    if (reach(at + total) != kThere) return reach(at + total) == kBeyond ? kRejected : kNeedMore;
     const GroupState* state = stateOf(record_id);
     if (state != nullptr && state->master.present) {
       std::optional<std::uint64_t> key = masterKey(state->master, bytes + at + id_size_, payload_size);
-      if (!key) return false;
+      if (!key) return kRejected;
       Seen* earlier = std::find_if(seen, seen + seen_count, [&](const Seen& s) { return s.state == state; });
       if (earlier != seen + seen_count) {
-        if (*key < earlier->key) return false;
+        if (*key < earlier->key) return kRejected;
         earlier->key = *key;
       } else {
-        if (*key < state->floor) return false;
+        if (*key < state->floor) return kRejected;
         seen[seen_count++] = {state, *key};
       }
     }
     at += total;
   }
-  return true;
+  return kAccepted;
 }
 
 std::optional<std::uint64_t> SalvageSearch::find(const std::uint8_t* bytes, std::uint64_t from, std::uint64_t to,

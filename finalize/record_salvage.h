@@ -50,6 +50,11 @@ class SalvageSearch {
   // blocks a stretched last data block covers. Costs at most runLength() record parses.
   bool acceptsRun(const std::uint8_t* bytes, std::uint64_t left);
 
+  // The same when only the first `readable` bytes are there yet: kNeedMore when the verdict
+  // depends on more of them (never more than min(left, kSalvageWindow)).
+  enum Verdict { kRejected, kAccepted, kNeedMore };
+  Verdict judgeRun(const std::uint8_t* bytes, std::uint64_t left, std::uint64_t readable);
+
   // Notes a record the scan took, so that later runs are compared with its master value.
   void take(std::uint64_t record_id, const std::uint8_t* payload, std::uint64_t size);
   // The id of the last record taken, if any.
