@@ -156,7 +156,7 @@ void RecordIterator::noteEnd() {
 
 bool RecordIterator::resumeAfterDamage(SalvageSearch& search) {
   constexpr std::uint64_t kPaddingView = kBytesToTellABlock + 8;
-  if (!over_ || !end_.dropsData()) return false;
+  if (!over_ || !end_.dropsData() || end_.left == 0) return false;
   const std::uint8_t* bytes = reader_.ensure(std::min(end_.left, kPaddingView));
   if (bytes == nullptr) return false;
   if (std::optional<std::uint64_t> block = findBlockStart(bytes, std::min(end_.left, kPaddingView), end_.left)) {

@@ -149,6 +149,11 @@ void noteLoss(const ScanEnd& end, LossReport* report) {
   report->losses.push_back(lossAt(end));
 }
 
+bool canHoldRecords(const DataGroupBlock& group) {
+  constexpr std::size_t kMaxRecordIdSize = 8;
+  return group.record_id_size <= kMaxRecordIdSize && !group.record_layouts.empty();
+}
+
 // The padding before the blocks a stretched data block covers, and those blocks, are where the
 // records end, not damage. `bytes` are those from where the scan stopped.
 bool endsAtBlocks(ScanEnd& end, const std::uint8_t* bytes) {
@@ -229,7 +234,8 @@ ScanEnd salvageInMemory(const DataGroupBlock& group, const SectionInMemory& sect
                         search.take(record_id, base + offset, size);
                         return true;
                       });
-  while (end.dropsData()) {
+  // Every stop moves the scan on by a byte at least: a stop with nothing left is the end.
+  while (end.dropsData() && end.left > 0) {
     if (endsAtBlocks(end, base + end.offset)) break;
     // The place at the end of the data is always taken, so a place is always found.
     const std::uint64_t resume = search.find(base, end.offset + 1, data_end, data_end).value_or(data_end);
@@ -296,8 +302,9 @@ ScanEnd salvageCopies(const DataGroupBlock& group, const SortTable& table, std::
 ScanEnd collectInMemory(const DataGroupBlock& group, const SectionInMemory& section, const SortTable& table,
                         std::vector<SalvagedStretch>* salvaged) {
   ScanEnd end = collectPlacesInParallel(group, section, table);
-  // Both lanes stopped at the same place; salvaging goes on from there on one thread.
-  if (salvaged) {
+  // Both lanes stopped at the same place; salvaging goes on from there on one thread. A group
+  // whose records cannot be read at all has nothing to salvage.
+  if (salvaged && canHoldRecords(group)) {
     salvageTooLongClaim(group, section, end);
     if (end.dropsData()) return salvageInMemory(group, section, table, end, *salvaged);
   }
@@ -315,9 +322,9 @@ ScanEnd collectInMemory(const DataGroupBlock& group, const SectionInMemory& sect
 SortTable collectPayloads(const DataGroupBlock& group, LossReport* report, std::vector<SalvagedStretch>* salvaged) {
   std::optional<SectionInMemory> section = dataSectionInMemory(group);
   SortTable table = makeSortTable(group, section ? section->memory : ByteView{});
-  ScanEnd end = section    ? collectInMemory(group, *section, table, salvaged)
-                : salvaged ? salvageCopies(group, table, *salvaged, report)
-                           : collectCopies(group, table);
+  ScanEnd end = section                                  ? collectInMemory(group, *section, table, salvaged)
+                : salvaged && canHoldRecords(group) ? salvageCopies(group, table, *salvaged, report)
+                                                      : collectCopies(group, table);
   noteLoss(end, report);
   return table;
 }

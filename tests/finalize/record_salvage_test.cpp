@@ -227,6 +227,21 @@ TEST_P(RecordSalvage, CleanRecordsGiveTheSameOutputWithAndWithoutSalvaging) {
   EXPECT_EQ(s.saved, test::savedBytes(plain.file.get()));
 }
 
+// Found by fuzzing: a data group without channel groups can take no record at all; its data is
+// lost as without salvaging, instead of a search that never ends.
+TEST_P(RecordSalvage, AGroupWithoutChannelGroupsLosesItsDataAsBefore) {
+  MdfBuilder b;
+  b.id({.standard_flags = 0x0025});
+  Handle data = b.data(Records::logger(5).bytes);
+  b.header({.first_data_group = b.dataGroup({.data = data, .record_id_size = 1})});
+  OpenedFile file(b.bytes(), GetParam());
+  LossReport report;
+  finalize(file.file.get(), &report, true);
+  EXPECT_TRUE(report.skipped.empty());
+  ASSERT_EQ(report.losses.size(), 1u);
+  EXPECT_EQ(report.losses[0].bytes / 8, Records::logger(5).bytes.size() / 8 + 1);  // with the block's padding
+}
+
 INSTANTIATE_TEST_SUITE_P(InMemoryAndStreamed, RecordSalvage, ::testing::Values(InputKind::kInMemory, InputKind::kStreamed));
 
 // The search itself, on the records of the logger above.
