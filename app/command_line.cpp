@@ -94,6 +94,7 @@ struct ArgumentTable {
   struct arg_int* jobs;
   struct arg_lit* update;
   struct arg_str* shard;
+  struct arg_lit* salvage;
   struct arg_str* inputs;
   struct arg_end* end;
   std::vector<void*> entries;
@@ -120,12 +121,13 @@ void buildTable(ArgumentTable& t, int argc) {
                     "convert up to n files at the same time, 0 = one per processor; defaults to 1");
   t.update = arg_lit0("u", "update", "convert only inputs whose output is missing or older than the input");
   t.shard = arg_str0(nullptr, "shard", "<k>/<n>", "convert only shard k (0..n-1) of n");
+  t.salvage = arg_lit0(nullptr, "salvage", "recover the records behind damaged stretches of data");
   t.inputs = arg_strn(nullptr, nullptr, "file(s)/folder(s)", 1, argc > 2 ? argc - 1 : 1, nullptr);
   t.end = arg_end(20);
   void* all[] = {t.help,          t.version,          t.verbosity,       t.non_interactive,
                  t.delete_converted, t.no_append_root, t.buffer,        t.password_file,
                  t.output_directory, t.input_files_doc, t.jobs,         t.update,
-                 t.shard,            t.inputs,         t.end};
+                 t.shard,            t.salvage,        t.inputs,        t.end};
   for (void* entry : all) t.entries.push_back(entry);
 }
 
@@ -180,6 +182,7 @@ void copyOptions(const ArgumentTable& t, ConversionOptions& options) {
   options.memory_budget = defaultMemoryBudget();
   options.update = t.update->count == 1;
   if (t.shard->count > 0) options.shard = *parseShard(t.shard->sval[0]);
+  options.salvage = t.salvage->count == 1;
 }
 
 // Values argtable cannot check itself; a bad one is misuse, like a number that does not parse.

@@ -139,8 +139,15 @@ void deleteInput(const ConverterJob& job, std::string_view input_path) {
   }
 }
 
-// One line for everything a conversion had to leave out.
+// One line for every stretch salvaging skipped, then one for everything a conversion had to
+// leave out.
 void logLosses(std::string_view input_path, const LossReport& losses) {
+  using ull = unsigned long long;
+  for (const SkippedStretch& stretch : losses.skipped) {
+    QM_LOG_W("Skipped %llu damaged bytes at offset %llu of %.*s; %llu records recovered after it",
+             static_cast<ull>(stretch.bytes), static_cast<ull>(stretch.offset), viewLength(input_path),
+             input_path.data(), static_cast<ull>(stretch.records_after));
+  }
   QM_LOG_E("Data lost converting %.*s: %s", viewLength(input_path), input_path.data(),
            describeLosses(losses).c_str());
 }
@@ -218,7 +225,7 @@ bool openOutput(const ConverterJob& job, std::string_view output_stem, MdfFile& 
     logFailure(output_path.view(), reason);
     return false;
   }
-  finalize(&file, losses);
+  finalize(&file, losses, job.options->salvage);
   bool saved = saveFinalized(&file, output->stream());
   // Bytes read from an input that shrank under us are zeros, not data; an input that changed
   // after it was read is not what the output holds.

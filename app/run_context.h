@@ -23,6 +23,7 @@ struct ConversionOptions {
   bool update = false;  // skip inputs whose output is at least as new
   Shard shard;
   std::uint64_t memory_budget = 0;  // what conversions running together may hold
+  bool salvage = false;  // recover the records behind damaged stretches of data
   PasswordStore password_store;
 };
 

@@ -5,6 +5,7 @@
 #include "finalize/channel_layouts.h"
 #include "finalize/record_layouts.h"
 #include "finalize/record_reader.h"
+#include "finalize/salvage_repair.h"
 #include "finalize/sort_table.h"
 #include "mdf/channel_block.h"
 #include "mdf/channel_group_block.h"
@@ -94,14 +95,31 @@ void noteDroppedGroups(const DataGroupBlock& group, SortTable& table, Stream& vl
   if (loss.bytes > 0) report.losses.push_back(loss);
 }
 
+// Recovered records next to the stretches are checked and their references made to fit; the
+// stretches are reported first, in the order of the data, then what the repair dropped.
+void repairAndReport(const DataGroupBlock& group, SortTable& table, std::vector<SalvagedStretch>& salvaged,
+                     LossReport* report) {
+  if (salvaged.empty()) return;
+  LossReport repaired;
+  repairSalvagedRecords(group, table, salvaged, &repaired);
+  if (report == nullptr) return;
+  for (const SalvagedStretch& stretch : salvaged) {
+    report->losses.push_back(stretch.loss);
+    report->skipped.push_back(stretch.stretch);
+  }
+  report->losses.insert(report->losses.end(), repaired.losses.begin(), repaired.losses.end());
+}
+
 }  // namespace
 
 bool isAlreadySorted(const DataGroupBlock& group) {
   return group.record_id_size == 0 && group.channel_groups.size() == 1;
 }
 
-void splitDataGroup(DataGroupBlock& group, std::vector<BlockRef>& split_off, LossReport* report) {
-  SortTable table = collectPayloads(group, report);
+void splitDataGroup(DataGroupBlock& group, std::vector<BlockRef>& split_off, LossReport* report, bool salvage) {
+  std::vector<SalvagedStretch> salvaged;
+  SortTable table = collectPayloads(group, report, salvage ? &salvaged : nullptr);
+  repairAndReport(group, table, salvaged, report);
   std::vector<BlockRef> made;
   while (!group.channel_groups.empty()) {
     BlockRef block = group.channel_groups.front();

@@ -17,7 +17,10 @@ bool isAlreadySorted(const DataGroupBlock& group);
 // block linked from the channel that refers to it in the last group split off here; when no
 // such channel exists, it and every channel group behind it stay with the old group and are
 // dropped with it. Records from the first one whose id no channel group claims are dropped.
-// What is dropped goes into `report`, when given.
-void splitDataGroup(DataGroupBlock& group, std::vector<BlockRef>& split_off, LossReport* report = nullptr);
+// What is dropped goes into `report`, when given. With `salvage`, the records behind damaged
+// stretches are recovered instead (see collectPayloads and repairSalvagedRecords), and the
+// stretches go into `report` too.
+void splitDataGroup(DataGroupBlock& group, std::vector<BlockRef>& split_off, LossReport* report = nullptr,
+                    bool salvage = false);
 
 }  // namespace qm

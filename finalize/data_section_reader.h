@@ -30,6 +30,9 @@ class DataSectionReader {
   // Moves past n bytes that ensure() made available.
   void consume(std::size_t n) { begin_ += n; }
 
+  // Bytes from the position on that ensure() gives without reading.
+  std::uint64_t buffered() const { return end_ - begin_; }
+
   // Offset of the next unconsumed byte in the section, and what is left after it.
   std::uint64_t position() const { return fetched_ - (end_ - begin_); }
   std::uint64_t remaining() const { return size_ - position(); }

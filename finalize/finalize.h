@@ -18,8 +18,9 @@ inline constexpr std::uint16_t kFlagVlsdDataBytes = 0x0020;
 // of the header's list), computes their cycle counts, turns VLSD channel groups into signal
 // data blocks and clears flag bits 0 and 5. Returns true, touching nothing, when the standard
 // unfinalized flags are already 0; false after sorting (and for a null file). Complete records
-// the sort had to drop are described in `report`, when given.
-bool finalize(MdfFile* file, LossReport* report = nullptr);
+// the sort had to drop are described in `report`, when given. With `salvage`, the records behind
+// damaged stretches of data are recovered (see splitDataGroup).
+bool finalize(MdfFile* file, LossReport* report = nullptr, bool salvage = false);
 
 // Writes the whole tree to the output from position 0; true when the identification block
 // (and with it the rest of the tree) was saved.

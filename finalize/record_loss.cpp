@@ -17,6 +17,18 @@ SmallString reasonOf(const RecordLoss& loss) {
     case LossReason::kUnreferencedSignalGroup:
       return SmallString::format("no channel refers to the variable-length group of record id %llu",
                                  static_cast<ull>(loss.record_id));
+    case LossReason::kSignalValueLost:
+      return SmallString::format("their variable-length values in the group of record id %llu were damaged",
+                                 static_cast<ull>(loss.record_id));
+    case LossReason::kRecordOutOfTime:
+      return SmallString::format("records of id %llu in damaged data break the order of their times",
+                                 static_cast<ull>(loss.record_id));
+    case LossReason::kRecordBeforeDamage:
+      return SmallString::format("records of id %llu right before damaged data may hold some of it",
+                                 static_cast<ull>(loss.record_id));
+    case LossReason::kUnnamedSignalValue:
+      return SmallString::format("no recovered record names these variable-length values of record id %llu",
+                                 static_cast<ull>(loss.record_id));
   }
   return SmallString();
 }
@@ -44,7 +56,9 @@ SmallString describeLosses(const LossReport& report) {
   if (!report.any()) return SmallString();
   const RecordLoss& first = report.losses.front();
   SmallString text = amountOf(first.bytes, first.records);
-  if (first.reason == LossReason::kUnreferencedSignalGroup) {
+  if (first.reason == LossReason::kUnreferencedSignalGroup || first.reason == LossReason::kSignalValueLost ||
+      first.reason == LossReason::kRecordOutOfTime || first.reason == LossReason::kUnnamedSignalValue ||
+      first.reason == LossReason::kRecordBeforeDamage) {
     text.append(" dropped: ");
   } else {
     text.append(SmallString::format(" dropped from offset %llu: ", static_cast<ull>(first.offset)).view());

@@ -14,6 +14,10 @@ enum class LossReason {
   kRecordPastEnd,            // a variable-length record longer than what is left of the data
   kEmptyRecord,              // a record of no bytes would never move the scan on
   kUnreferencedSignalGroup,  // a variable-length group no channel refers to, and the groups behind it
+  kSignalValueLost,          // recovered records whose variable-length value lay in a damaged stretch
+  kRecordOutOfTime,          // records of a salvaged group whose time breaks the group's order
+  kUnnamedSignalValue,       // variable-length values of a salvaged group no recovered record names
+  kRecordBeforeDamage,       // the record right before a damaged stretch, which the damage may reach into
 };
 
 struct RecordLoss {
@@ -25,8 +29,16 @@ struct RecordLoss {
   std::uint64_t length = 0;     // a record past the end: the length it claims
 };
 
+// A damaged stretch of records that salvaging skipped; the scan went on behind it.
+struct SkippedStretch {
+  std::uint64_t offset = 0;         // in the unwrapped file
+  std::uint64_t bytes = 0;
+  std::uint64_t records_after = 0;  // recovered up to the next stretch or the end of the data
+};
+
 struct LossReport {
-  std::vector<RecordLoss> losses;
+  std::vector<RecordLoss> losses;  // skipped stretches are losses too
+  std::vector<SkippedStretch> skipped;
 
   bool any() const { return !losses.empty(); }
   std::uint64_t bytes() const;

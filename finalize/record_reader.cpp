@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "finalize/record_salvage.h"
 #include "mdf/data_group_block.h"
 #include "mdf/payload_block.h"
 
@@ -89,6 +90,18 @@ ScanEnd scanEndAt(std::size_t id_size, RecordLayoutLookup& lookup, const std::ui
   return end;
 }
 
+void claimTooLongIsDamage(ScanEnd& end, std::size_t id_size, RecordLayoutLookup& lookup, const std::uint8_t* bytes) {
+  constexpr std::uint64_t kVlsdLengthPrefix = 4;
+  if (end.kind != ScanEnd::kTornRecord || end.left < id_size + kVlsdLengthPrefix) return;
+  const std::uint64_t record_id = id_size > 0 ? littleEndianValue(bytes, id_size) : 0;
+  if (lookup.payloadLength(record_id) != RecordLayoutLookup::kVariable) return;
+  const std::uint64_t total = id_size + kVlsdLengthPrefix + littleEndianValue(bytes + id_size, kVlsdLengthPrefix);
+  if (total <= kLargestTornRecord) return;
+  end.kind = ScanEnd::kPastEnd;
+  end.record_id = record_id;
+  end.length = total;
+}
+
 std::int64_t readRecord(const DataGroupBlock& group, DataSectionReader& reader, Record& record) {
   RecordLayoutLookup lookup(group);
   return readRecord(group, lookup, reader, record);
@@ -117,8 +130,8 @@ DataSectionReader openDataSection(const DataGroupBlock& group) {
 
 }  // namespace
 
-RecordIterator::RecordIterator(const DataGroupBlock& group)
-    : group_(group), lookup_(group), reader_(openDataSection(group)) {}
+RecordIterator::RecordIterator(const DataGroupBlock& group, bool salvaging)
+    : group_(group), lookup_(group), reader_(openDataSection(group)), salvaging_(salvaging) {}
 
 void RecordIterator::noteEnd() {
   constexpr std::uint64_t kMaxRecordIdSize = 8;
@@ -137,7 +150,51 @@ void RecordIterator::noteEnd() {
     return;
   }
   end_ = scanEndAt(id_size, lookup_, bytes, left, reader_.position());
-  if (end_.dropsData()) findRecordsEnd();
+  if (salvaging_) claimTooLongIsDamage(end_, id_size, lookup_, bytes);
+  if (end_.dropsData() && !salvaging_) findRecordsEnd();
+}
+
+bool RecordIterator::resumeAfterDamage(SalvageSearch& search) {
+  constexpr std::uint64_t kPaddingView = kBytesToTellABlock + 8;
+  if (!over_ || !end_.dropsData() || end_.left == 0) return false;
+  const std::uint8_t* bytes = reader_.ensure(std::min(end_.left, kPaddingView));
+  if (bytes == nullptr) return false;
+  if (std::optional<std::uint64_t> block = findBlockStart(bytes, std::min(end_.left, kPaddingView), end_.left)) {
+    ScanEnd probe = end_;
+    endDropAtBlock(probe, bytes, *block);
+    if (!probe.dropsData()) {
+      end_ = probe;
+      return false;
+    }
+  }
+  reader_.consume(1);  // the record that stopped the scan is none
+  // The places are tried in what the reader holds already; the view grows only for a run that
+  // needs more, so a short stretch costs no more than its own bytes and its run.
+  constexpr std::uint64_t kFirstView = 4096;
+  for (;;) {
+    const std::uint64_t left = reader_.remaining();
+    std::uint64_t view = std::min(left, std::max(reader_.buffered(), kFirstView));
+    bytes = reader_.ensure(view);
+    if (bytes == nullptr) return false;
+    std::uint64_t at = 0;
+    // The end of the data is a place too, and always taken.
+    for (; at < view || (view == left && at <= left); ++at) {
+      SalvageSearch::Verdict verdict = search.judgeRun(bytes + at, left - at, view - at);
+      if (verdict == SalvageSearch::kNeedMore) {
+        view = std::min(left, at + kSalvageWindow);
+        bytes = reader_.ensure(view);
+        if (bytes == nullptr) return false;
+        verdict = search.judgeRun(bytes + at, left - at, view - at);
+      }
+      if (verdict == SalvageSearch::kAccepted) {
+        reader_.consume(static_cast<std::size_t>(at));
+        over_ = false;
+        end_ = ScanEnd{};
+        return true;
+      }
+    }
+    reader_.consume(static_cast<std::size_t>(at));
+  }
 }
 
 void RecordIterator::findRecordsEnd() {

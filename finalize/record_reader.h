@@ -37,6 +37,7 @@ struct ScanEnd {
 inline constexpr std::uint64_t kLargestTornRecord = 64 * 1024;
 
 class RecordLayoutLookup;
+class SalvageSearch;
 
 // A block header's id, reserved bytes and length.
 inline constexpr std::uint64_t kBytesToTellABlock = 24;
@@ -53,6 +54,11 @@ std::optional<std::uint64_t> findBlockStart(const std::uint8_t* bytes, std::uint
 // scan drops reaches only up to there, and a scan stopped right there (or only padding before
 // it) dropped nothing. `bytes` are those from where the scan stopped.
 void endDropAtBlock(ScanEnd& end, const std::uint8_t* bytes, std::uint64_t block_offset);
+
+// When salvaging: a variable-length record that `end` took for torn by the end of the data
+// but that claims more than any logger writes (kLargestTornRecord) is damage, like one past the
+// end further from it. `bytes` are those from where the scan stopped.
+void claimTooLongIsDamage(ScanEnd& end, std::size_t id_size, RecordLayoutLookup& lookup, const std::uint8_t* bytes);
 
 // Why no record can be read from `bytes` (`left` of them up to the end of the data), which lie
 // at `offset`.
@@ -115,7 +121,8 @@ ScanEnd scanRecordsInMemory(const DataGroupBlock& group, const SectionInMemory& 
 // When the data block's stream holds its content in memory, the records are read in place.
 class RecordIterator {
  public:
-  explicit RecordIterator(const DataGroupBlock& group);
+  // `salvaging`: an iteration that stops at damaged bytes stays there, for resumeAfterDamage.
+  explicit RecordIterator(const DataGroupBlock& group, bool salvaging = false);
 
   // The next record, or null once a record cannot be read (the iteration is then over).
   const Record* next() {
@@ -130,10 +137,18 @@ class RecordIterator {
   std::uint64_t position() const { return reader_.position(); }
   std::uint64_t remaining() const { return reader_.remaining(); }
 
+  // After a salvaging iteration stopped at bytes that drop data: moves on to the first place
+  // behind them where `search` accepts records and lets the iteration go on from there (the
+  // end of the data when there is none). False, with end() saying so, when the stop was only
+  // the padding before the blocks a stretched data block covers, or the stream failed.
+  // Reads the skipped bytes once, in pieces that overlap by at most kSalvageWindow.
+  bool resumeAfterDamage(SalvageSearch& search);
+
  private:
   const DataGroupBlock& group_;
   RecordLayoutLookup lookup_;
   DataSectionReader reader_;  // over an empty section when the group has no data block
+  bool salvaging_ = false;
   bool over_ = false;
   Record record_;
   ScanEnd end_;

@@ -28,6 +28,16 @@ class alignas(64) SortedPayloads {
   // A payload that stays in the memory: its place is noted.
   void note(std::uint64_t offset, std::uint64_t size) { pieces_.add(offset, size); }
 
+  // Payloads collected elsewhere, handed out as they are by release().
+  static std::unique_ptr<SortedPayloads> holding(std::unique_ptr<Stream> stream) {
+    auto payloads = std::make_unique<SortedPayloads>(ByteView{});
+    payloads->ready_ = std::move(stream);
+    return payloads;
+  }
+
+  // Payload bytes collected so far.
+  std::uint64_t size() const { return copies_ ? copies_->size() : pieces_.totalLength(); }
+
   // The payloads as the stream of a data or signal data block. Noted places borrow the input's
   // memory: the input must stay open until the block is written.
   std::unique_ptr<Stream> release();
@@ -35,6 +45,7 @@ class alignas(64) SortedPayloads {
  private:
   ByteView memory_;
   std::unique_ptr<MemoryStream> copies_;
+  std::unique_ptr<Stream> ready_;
   PieceList pieces_;
 };
 

@@ -1,0 +1,123 @@
+// --salvage from the command line: damaged logger files, plain and inside containers, come out
+// with the records behind their damage, one warning line per stretch and the loss line, and
+// their inputs stay.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include "tests/support/container_writer.h"
+#include "tests/support/run_program.h"
+#include "tests/support/text_shape.h"
+#include "tools/mdfgen/byte_sink.h"
+#include "tools/mdfgen/byte_source.h"
+#include "tools/mdfgen/logger_file_writer.h"
+#include "tools/mdfgen/mdf_verifier.h"
+
+namespace qm::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::uint32_t kDevice = 0x1A2B;
+constexpr const char* kPassword = "salvage-test";
+
+// A generated logger file with a stretch of zeros and one of 0xFF in its records.
+std::string damagedLoggerFile() {
+  StringSink sink;
+  LoggerFileSettings settings;
+  settings.size = 200 * 1024;
+  settings.seed = 11;
+  EXPECT_TRUE(writeLoggerFile(settings, sink));
+  std::string bytes = sink.bytes();
+  bytes.replace(60000, 700, std::string(700, '\0'));
+  bytes.replace(150000, 3000, std::string(3000, '\xff'));
+  return bytes;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+bool verifies(const std::string& path) {
+  std::unique_ptr<FileSource> source = FileSource::open(path);
+  if (!source) return false;
+  VerifyReport report = verifyMdfFile(*source);
+  for (const std::string& problem : report.problems) ADD_FAILURE() << path << ": " << problem;
+  return report.ok();
+}
+
+class Salvage : public ::testing::Test {
+ protected:
+  ProgramRun run(const std::vector<std::string>& args) { return runProgram(QM_BINARY, args, dir_.path().string()); }
+  std::string path(const std::string& relative) { return dir_ / relative; }
+
+  TempDir dir_;
+};
+
+TEST_F(Salvage, DamagedFilesInAnyWrappingAreSalvagedReportedAndKept) {
+  const std::string plain = damagedLoggerFile();
+  writeFile(path("logs/plain.MF4"), plain);
+  writeFile(path("logs/packed.MFC"), makeCompressedContainer(plain, kDevice, 11, 4));
+  writeFile(path("logs/locked.MFE"), makeEncryptedContainer(plain, kDevice, kPassword, 1));
+  writeFile(path("passwords.json"), std::string("{\n  \"1A2B\": \"") + kPassword + "\"\n}\n");
+
+  ProgramRun r = run({"--salvage", "-d", "--verbosity=2", "logs"});
+
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "");
+  std::vector<std::string> skipped;
+  std::vector<std::string> lost;
+  for (const std::string& line : linesOf(r.err)) {
+    if (line.find(" W Skipped ") != std::string::npos) skipped.push_back(line);
+    if (line.find(" E Data lost converting ") != std::string::npos) lost.push_back(line);
+  }
+  // Two stretches in each of the three files, at the same offsets of the unwrapped file.
+  ASSERT_EQ(skipped.size(), 6u) << r.err;
+  for (const std::string& line : skipped) {
+    EXPECT_TRUE(hasShape(line.substr(line.find(" W ")),
+                         " W Skipped [0-9]+ damaged bytes at offset (6[0-9]{4}|15[0-9]{4}) of "
+                         "logs/(plain\\.MF4|packed\\.MFC|locked\\.MFE); [0-9]+ records recovered after it"))
+        << line;
+  }
+  EXPECT_EQ(lost.size(), 3u);
+  for (const char* name : {"plain", "packed", "locked"}) {
+    SCOPED_TRACE(name);
+    EXPECT_TRUE(verifies(path(std::string("logs_out/") + name + "_fin.MF4")));
+  }
+  // Lossy conversions keep their inputs, even with -d.
+  EXPECT_TRUE(fs::exists(path("logs/plain.MF4")));
+  EXPECT_TRUE(fs::exists(path("logs/packed.MFC")));
+  EXPECT_TRUE(fs::exists(path("logs/locked.MFE")));
+  // The same records from every wrapping.
+  EXPECT_EQ(readFile(path("logs_out/plain_fin.MF4")), readFile(path("logs_out/packed_fin.MF4")));
+  EXPECT_EQ(readFile(path("logs_out/plain_fin.MF4")), readFile(path("logs_out/locked_fin.MF4")));
+}
+
+TEST_F(Salvage, WithoutTheOptionTheScanStillStopsAtTheFirstStretch) {
+  writeFile(path("a.MF4"), damagedLoggerFile());
+  ProgramRun plain = run({"--verbosity=2", "a.MF4"});
+  EXPECT_EQ(plain.status, 0);
+  EXPECT_EQ(plain.err.find("Skipped"), std::string::npos);
+  const std::uint64_t stopped = fs::file_size(path("a_fin.MF4"));
+  ProgramRun salvaged = run({"--salvage", "-b", "0", "a.MF4"});
+  EXPECT_EQ(salvaged.status, 0);
+  // At the default verbosity the warnings are not shown, the loss line is.
+  EXPECT_EQ(salvaged.err.find("Skipped"), std::string::npos);
+  EXPECT_NE(salvaged.err.find(" E Data lost converting a.MF4: "), std::string::npos);
+  EXPECT_GT(fs::file_size(path("a_fin.MF4")), stopped + 80 * 1024);
+  EXPECT_TRUE(verifies(path("a_fin.MF4")));
+}
+
+TEST_F(Salvage, HelpNamesTheOption) {
+  ProgramRun r = run({"--help"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("--salvage"), std::string::npos);
+  EXPECT_NE(r.out.find("recover the records behind damaged stretches of data"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace qm::test
