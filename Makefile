@@ -7,7 +7,8 @@ CMAKE_FLAGS ?=
 PREFIX ?= /usr/local
 DESTDIR ?=
 
-.PHONY: all deps configure build run test install package bench fuzz clean
+.PHONY: all deps configure build run test install package bench fuzz clean \
+        windows-deps windows test-windows windows-package
 
 all: build
 
@@ -43,6 +44,40 @@ bench: build
 
 fuzz: deps
 	@bash fuzz/run
+
+# Windows, cross-compiled here with MinGW-w64 and tested under Wine (README: Building for Windows).
+WIN_BUILD ?= build-windows
+WIN_CMAKE_FLAGS = -DCMAKE_TOOLCHAIN_FILE=$(abspath cmake/mingw-w64-x86_64.cmake) \
+                  -DQM_DEPS_PREFIX=$(abspath $(WIN_BUILD))/deps
+WINE = /usr/lib/wine/wine64
+WINE_ENV = WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+
+windows-deps:
+	@bash scripts/install-deps windows
+	@JOBS=$(JOBS) bash scripts/build-windows-deps $(WIN_BUILD)
+
+windows: windows-deps
+	@if [ ! -d platform/windows ]; then \
+	  echo "make windows: the program has no Windows platform layer yet (platform/windows/)." >&2; \
+	  echo "make test-windows checks the toolchain and libraries meanwhile." >&2; exit 1; fi
+	@cmake -S . -B $(WIN_BUILD) $(WIN_CMAKE_FLAGS) >/dev/null
+	@cmake --build $(WIN_BUILD) -j$(JOBS) --target quillmend
+
+# For now a check of the toolchain, the libraries and Wine; the program's own suites come with
+# its Windows platform layer. Wine keeps its prefix (its simulated C: drive and registry) in the
+# build folder; making one takes some seconds, so it is made once, before tests run in parallel.
+windows test-windows: export WINEPREFIX = $(abspath $(WIN_BUILD))/wine
+test-windows: windows-deps
+	@if [ ! -f "$$WINEPREFIX/system.reg" ]; then \
+	  echo "test-windows: making a Wine prefix in $$WINEPREFIX" >&2; \
+	  $(WINE_ENV) $(WINE) wineboot --init >$(WIN_BUILD)/wineboot.log 2>&1 || \
+	    { cat $(WIN_BUILD)/wineboot.log >&2; exit 1; }; fi
+	@cmake -S tests/windows -B $(WIN_BUILD)/toolchain-check $(WIN_CMAKE_FLAGS) >/dev/null
+	@cmake --build $(WIN_BUILD)/toolchain-check -j$(JOBS)
+	@cd $(WIN_BUILD)/toolchain-check && ctest --output-on-failure -j$(JOBS)
+
+windows-package: windows
+	@bash scripts/package-windows $(WIN_BUILD) $(WIN_BUILD)/quillmend.exe
 
 clean:
 	rm -rf $(BUILD) build-*
