@@ -53,15 +53,15 @@ std::uint64_t le(const std::string& bytes, std::size_t at, int size) {
 }
 
 const GroupSpec* specOf(std::uint64_t record_id) {
-  for (const GroupSpec& spec : loggedGroups()) {
-    if (spec.record_id == record_id) return &spec;
+  for (const GroupSpec& logged : loggedGroups()) {
+    if (logged.record_id == record_id) return &logged;
   }
   return nullptr;
 }
 
 // Offset of the variable-length reference in a group's records, or -1.
-int referenceOffset(const GroupSpec& spec) {
-  for (const ChannelSpec& channel : spec.channels) {
+int referenceOffset(const GroupSpec& logged) {
+  for (const ChannelSpec& channel : logged.channels) {
     if (channel.channel_type == 1) return static_cast<int>(channel.byte_offset);
   }
   return -1;
@@ -69,8 +69,8 @@ int referenceOffset(const GroupSpec& spec) {
 
 // A frame with its reference replaced by the bytes of the value it names (empty when it names
 // none): the same frame reads the same in input and output, wherever its value lies.
-std::string resolve(const GroupSpec& spec, const std::string& payload, const std::map<std::uint64_t, std::string>& values) {
-  const int at = referenceOffset(spec);
+std::string resolve(const GroupSpec& logged, const std::string& payload, const std::map<std::uint64_t, std::string>& values) {
+  const int at = referenceOffset(logged);
   if (at < 0) return payload;
   std::string resolved = payload;
   std::fill(resolved.begin() + at, resolved.begin() + at + 8, '\0');
@@ -83,11 +83,11 @@ std::map<std::uint64_t, std::vector<InputRecord>> inputRecords(const std::string
                                                                 std::uint64_t end) {
   std::map<std::uint64_t, std::vector<InputRecord>> records;
   for (std::uint64_t at = start; at < end;) {
-    const GroupSpec* spec = specOf(static_cast<unsigned char>(clean[at]));
-    if (spec == nullptr) break;  // the blocks behind the data
-    std::uint64_t payload = spec->variable_length ? 4 + le(clean, at + 1, 4) : spec->data_bytes;
+    const GroupSpec* logged = specOf(static_cast<unsigned char>(clean[at]));
+    if (logged == nullptr) break;  // the blocks behind the data
+    std::uint64_t payload = logged->variable_length ? 4 + le(clean, at + 1, 4) : logged->data_bytes;
     if (at + 1 + payload > end) break;  // torn
-    records[spec->record_id].push_back({at, 1 + payload, clean.substr(at + 1, payload)});
+    records[logged->record_id].push_back({at, 1 + payload, clean.substr(at + 1, payload)});
     at += 1 + payload;
   }
   return records;
@@ -128,11 +128,11 @@ std::map<std::uint64_t, GroupRecords> expectedRecords(const std::string& clean, 
   }
   std::map<std::uint64_t, GroupRecords> expected;
   for (const auto& [id, list] : records) {
-    const GroupSpec& spec = *specOf(id);
-    const int reference = referenceOffset(spec);
+    const GroupSpec& logged = *specOf(id);
+    const int reference = referenceOffset(logged);
     GroupRecords& group = expected[id];
     for (const InputRecord& record : list) {
-      group.resolved.push_back(resolve(spec, record.payload, values));
+      group.resolved.push_back(resolve(logged, record.payload, values));
       group.damaged.push_back(damaged.substr(record.offset + 1, record.size - 1));
       bool outside = !overlaps(record, damage);
       if (reference >= 0) {
@@ -152,8 +152,8 @@ std::map<std::uint64_t, std::vector<std::string>> outputRecords(const std::strin
   if (!file.file) return output;
   for (std::size_t g = 0; g < file.groupCount(); ++g) {
     const ChannelGroupBlock* channel_group = test::channelGroup(file.group(g));
-    const GroupSpec* spec = specOf(channel_group->record_id);
-    if (spec == nullptr || spec->data_bytes == 0) continue;
+    const GroupSpec* logged = specOf(channel_group->record_id);
+    if (logged == nullptr || logged->data_bytes == 0) continue;
     std::string data = test::payloadOf(file.group(g)->data);
     std::map<std::uint64_t, std::string> values;
     for (const ChannelLayout& layout : channel_group->channel_layouts) {
@@ -163,8 +163,8 @@ std::map<std::uint64_t, std::vector<std::string>> outputRecords(const std::strin
         for (const auto& [offset, value] : values) output[2].push_back(value);
       }
     }
-    for (std::size_t at = 0; at + spec->data_bytes <= data.size(); at += spec->data_bytes) {
-      output[spec->record_id].push_back(resolve(*spec, data.substr(at, spec->data_bytes), values));
+    for (std::size_t at = 0; at + logged->data_bytes <= data.size(); at += logged->data_bytes) {
+      output[logged->record_id].push_back(resolve(*logged, data.substr(at, logged->data_bytes), values));
     }
   }
   return output;
@@ -218,13 +218,13 @@ std::map<std::uint64_t, std::vector<bool>> compare(const std::map<std::uint64_t,
 // Whether the checker's complaint names a record (or the one before it, for a time going back)
 // that the damage reached inside: its id and length read, so the scan takes it as it lies.
 bool aboutDamagedRecord(const std::string& problem, const std::map<std::uint64_t, std::vector<bool>>& damaged) {
-  for (const GroupSpec& spec : loggedGroups()) {
-    const std::string prefix = "group " + std::string(spec.acquisition_name) + ": ";
-    if (problem.rfind(prefix, 0) != 0 || spec.data_bytes == 0) continue;
+  for (const GroupSpec& logged : loggedGroups()) {
+    const std::string prefix = "group " + std::string(logged.acquisition_name) + ": ";
+    if (problem.rfind(prefix, 0) != 0 || logged.data_bytes == 0) continue;
     const std::size_t at = problem.find("record ");
     if (at == std::string::npos) return false;
     const std::size_t number = std::stoul(problem.substr(at + 7));  // counted from 1
-    auto group = damaged.find(spec.record_id);
+    auto group = damaged.find(logged.record_id);
     if (group == damaged.end() || number == 0 || number > group->second.size()) return false;
     return group->second[number - 1] || (number >= 2 && group->second[number - 2]);
   }
