@@ -20,15 +20,13 @@ get_filename_component(QM_DEPS_PREFIX "${QM_DEPS_PREFIX}" ABSOLUTE)
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QM_DEPS_PREFIX)
 
 # Headers, libraries and CMake packages come from the target's sysroot and our prefix only, never
-# from the build machine's /usr (whose argtable2, libcrypto and GoogleTest are Linux builds);
+# from the build machine's /usr (whose argtable2 and GoogleTest are Linux builds);
 # programs, such as the code generators a build runs, come from the build machine.
 set(CMAKE_FIND_ROOT_PATH /usr/${QM_MINGW_TARGET} ${QM_DEPS_PREFIX})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-set(OPENSSL_ROOT_DIR ${QM_DEPS_PREFIX})
-set(OPENSSL_USE_STATIC_LIBS TRUE)
 
 # Everything linked in statically, libgcc, libstdc++ and winpthread included: the program then
 # needs no DLL beyond those every Windows has, and runs from wherever it is unpacked.
