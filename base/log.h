@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/printf_format.h"
+
 namespace qm {
 
 enum LogLevel : int {
@@ -43,7 +45,7 @@ void setLogOutput(unsigned mask, void* arg, LogOutput output);
 void writeLineToStderr(void* arg, LogLine& line);
 
 char logLevelLetter(int level);
-void logWrite(int level, const char* tag, const char* format, ...) __attribute__((format(printf, 3, 4)));
+void logWrite(int level, const char* tag, const char* format, ...) QM_PRINTF_FORMAT(3, 4);
 // Hexadecimal dump of a byte range, 32 bytes per line, one output call per line.
 void logDump(int level, const void* data, std::size_t size);
 

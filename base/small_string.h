@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include "base/printf_format.h"
 
 namespace qm {
 
@@ -22,7 +23,7 @@ class SmallString {
   ~SmallString();
 
   // printf-style formatting into a new string.
-  static SmallString format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+  static SmallString format(const char* fmt, ...) QM_PRINTF_FORMAT(1, 2);
 
   const char* data() const;
   char* data();

@@ -10,6 +10,10 @@ set(QM_MINGW_TARGET x86_64-w64-mingw32)
 set(CMAKE_C_COMPILER ${QM_MINGW_TARGET}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${QM_MINGW_TARGET}-g++-posix)
 set(CMAKE_RC_COMPILER ${QM_MINGW_TARGET}-windres)
+# MinGW's own C99 printf family (%zu, %lld, %ls as on Linux) instead of the old Windows runtime's;
+# libstdc++ asks for it in C++ already, this makes it hold for C and for every file alike.
+set(CMAKE_C_FLAGS_INIT "-D__USE_MINGW_ANSI_STDIO=1")
+set(CMAKE_CXX_FLAGS_INIT "-D__USE_MINGW_ANSI_STDIO=1")
 
 if(NOT QM_DEPS_PREFIX)
   set(QM_DEPS_PREFIX ${CMAKE_CURRENT_LIST_DIR}/../build-windows/deps)

@@ -6,13 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "base/printf_format.h"
 #include "tools/mdfgen/byte_source.h"
 
 namespace qm {
 
 class ProblemList {
  public:
-  void add(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  void add(const char* format, ...) QM_PRINTF_FORMAT(2, 3);
   bool empty() const { return items_.empty(); }
   const std::vector<std::string>& items() const { return items_; }
   std::size_t dropped() const { return dropped_; }
