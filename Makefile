@@ -57,24 +57,23 @@ windows-deps:
 	@JOBS=$(JOBS) bash scripts/build-windows-deps $(WIN_BUILD)
 
 windows: windows-deps
-	@if [ ! -d platform/windows ]; then \
-	  echo "make windows: the program has no Windows platform layer yet (platform/windows/)." >&2; \
-	  echo "make test-windows checks the toolchain and libraries meanwhile." >&2; exit 1; fi
 	@cmake -S . -B $(WIN_BUILD) $(WIN_CMAKE_FLAGS) >/dev/null
 	@cmake --build $(WIN_BUILD) -j$(JOBS) --target quillmend
 
-# For now a check of the toolchain, the libraries and Wine; the program's own suites come with
-# its Windows platform layer. Wine keeps its prefix (its simulated C: drive and registry) in the
-# build folder; making one takes some seconds, so it is made once, before tests run in parallel.
-windows test-windows: export WINEPREFIX = $(abspath $(WIN_BUILD))/wine
-test-windows: windows-deps
+# The test programs run under Wine, then the Windows program is compared with the Linux one on
+# the same folders. Wine keeps its prefix (its simulated C: drive and registry) in the build
+# folder; making one takes some seconds, so it is made once, before tests run in parallel.
+test-windows: export WINEPREFIX = $(abspath $(WIN_BUILD))/wine
+test-windows: windows-deps configure
+	@cmake --build $(BUILD) -j$(JOBS) --target quillmend mdfgen
 	@if [ ! -f "$$WINEPREFIX/system.reg" ]; then \
 	  echo "test-windows: making a Wine prefix in $$WINEPREFIX" >&2; \
 	  $(WINE_ENV) $(WINE) wineboot --init >$(WIN_BUILD)/wineboot.log 2>&1 || \
 	    { cat $(WIN_BUILD)/wineboot.log >&2; exit 1; }; fi
-	@cmake -S tests/windows -B $(WIN_BUILD)/toolchain-check $(WIN_CMAKE_FLAGS) >/dev/null
-	@cmake --build $(WIN_BUILD)/toolchain-check -j$(JOBS)
-	@cd $(WIN_BUILD)/toolchain-check && ctest --output-on-failure -j$(JOBS)
+	@cmake -S . -B $(WIN_BUILD) $(WIN_CMAKE_FLAGS) >/dev/null
+	@cmake --build $(WIN_BUILD) -j$(JOBS)
+	@cd $(WIN_BUILD) && ctest --output-on-failure -j$(JOBS)
+	@bash tests/windows/compare-with-linux $(BUILD) $(WIN_BUILD)
 
 windows-package: windows
 	@bash scripts/package-windows $(WIN_BUILD) $(WIN_BUILD)/quillmend.exe
