@@ -2,10 +2,10 @@
 
 #include <cstring>
 
-#include "container/container_crypto.h"
 #include "memory/large_buffer.h"
 #include "memory/page_populator.h"
 #include "memory/piece_filler.h"
+#include "platform/crypto.h"
 #include "platform/secret.h"
 #include "stream/stream_reader.h"
 
@@ -73,14 +73,26 @@ class CipherSource {
     PieceFiller filler(cipher_size, kCipherPiece, [this, plain](std::uint64_t offset, std::size_t count) {
       return copyAt(kEncryptedAadSize + offset, plain + offset, count);
     });
-    for (std::uint64_t done = 0; done < cipher_size;) {
-      std::uint64_t piece = cipher_size - done < kCipherPiece ? cipher_size - done : kCipherPiece;
-      if (!filler.waitUntil(done + piece)) return FailureReason::kEncryptedUnreadable;
-      if (!gcm.update(plain + done, piece, plain + done)) return FailureReason::kCryptoFailed;
-      done += piece;
-      populator.wrote(done);
+    // Pieces are decrypted where they were copied to. The crypto library may hold back a few
+    // bytes of a piece and write them with the next one, so the output has a position of its own,
+    // at or a little behind the input's; the last piece comes with the tag check.
+    std::uint64_t written = 0;
+    std::size_t produced = 0;
+    std::uint64_t done = 0;
+    for (; done + kCipherPiece < cipher_size; done += kCipherPiece) {
+      if (!filler.waitUntil(done + kCipherPiece)) return FailureReason::kEncryptedUnreadable;
+      if (!gcm.update(plain + done, kCipherPiece, plain + written, &produced)) return FailureReason::kCryptoFailed;
+      written += produced;
+      populator.wrote(written);
     }
-    return gcm.finishAndCheckTag(tag) ? FailureReason::kNone : FailureReason::kWrongPasswordOrDamaged;
+    if (!filler.waitUntil(cipher_size)) return FailureReason::kEncryptedUnreadable;
+    GcmResult result =
+        gcm.finish(plain + done, static_cast<std::size_t>(cipher_size - done), plain + written, &produced, tag);
+    written += produced;
+    populator.wrote(written);
+    if (result == GcmResult::kTagMismatch) return FailureReason::kWrongPasswordOrDamaged;
+    return result == GcmResult::kAuthentic && written == cipher_size ? FailureReason::kNone
+                                                                     : FailureReason::kCryptoFailed;
   }
 
  private:
@@ -146,8 +158,8 @@ std::unique_ptr<EncryptedStream> decryptContainer(Stream* inner, const Container
     return nullptr;
   }
 
-  std::uint8_t key[kContainerKeySize];
-  bool derived = deriveContainerKey(password, secrets.salt, sizeof secrets.salt, secrets.iterations, key);
+  std::uint8_t key[kAes256KeySize];
+  bool derived = pbkdf2HmacSha256(password, secrets.salt, sizeof secrets.salt, secrets.iterations, key, sizeof key);
   GcmDecryption gcm;
   bool started = derived && gcm.start(key, secrets.nonce);
   wipeSecret(key, sizeof key);  // the cipher keeps its own schedule, wiped when it is freed

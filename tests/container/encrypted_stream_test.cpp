@@ -2,11 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "stream/buffered_stream.h"
-#include "container/container_crypto.h"
 #include "stream/file_stream.h"
 #include "tests/support/counting_stream.h"
 #include "tests/support/container_writer.h"
@@ -107,14 +105,6 @@ TEST(EncryptedStream, ReadsAContainerFileInPiecesOnASecondThread) {
     EXPECT_EQ(decryptFile(changed, "pw", whole_file_buffer), "<refused>");
     EXPECT_EQ(decryptFile(test::makeEncryptedContainer("", 9, "pw", 1), "pw", whole_file_buffer), "");
   }
-}
-
-TEST(EncryptedStream, DerivesTheKnownPbkdf2Sha256Key) {
-  // Published PBKDF2-HMAC-SHA-256 vector: "passwd", salt "salt", 1 iteration.
-  std::uint8_t key[kContainerKeySize];
-  ASSERT_TRUE(deriveContainerKey("passwd", reinterpret_cast<const std::uint8_t*>("salt"), 4, 1, key));
-  const std::uint8_t expected[8] = {0x55, 0xac, 0x04, 0x6e, 0x56, 0xe3, 0x08, 0x9f};
-  EXPECT_EQ(std::memcmp(key, expected, sizeof expected), 0);
 }
 
 TEST(EncryptedStream, RoundTripsPayloadsOfManySizes) {

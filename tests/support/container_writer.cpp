@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "lzss_encoder.h"
-#include "container/container_crypto.h"
+#include "platform/crypto.h"
 #include "platform/secret.h"
 
 namespace qm::test {
@@ -74,7 +74,7 @@ std::string makeEncryptedContainer(std::string_view payload, std::uint32_t devic
   std::string_view salt = std::string_view(out).substr(36, kSaltSize);
 
   std::uint8_t key[kKeySize];
-  if (!deriveContainerKey(password, bytesOf(salt), salt.size(), iterations, key)) return {};
+  if (!pbkdf2HmacSha256(password, bytesOf(salt), salt.size(), iterations, key, sizeof key)) return {};
   std::vector<std::uint8_t> cipher_text(payload.size());
   std::uint8_t tag[kTagSize];
   bool ok = gcmEncrypt(key, bytesOf(nonce), bytesOf(out), out.size(), bytesOf(payload), payload.size(),
