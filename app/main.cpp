@@ -13,6 +13,7 @@
 #include "app/run_context.h"
 #include "memory/large_buffer.h"
 #include "output/pending_outputs.h"
+#include "platform/console_window.h"
 #include "platform/program_arguments.h"
 #include "platform/stop_requests.h"
 #include "platform/terminal.h"
@@ -57,5 +58,9 @@ int main(int argc, char** argv) {
   // Without memory there is nothing to report; deliberately no failure status.
   if (!context) return qm::kExitOk;
   std::vector<std::string> arguments = qm::programArguments(argc, argv);
-  return run(*context, arguments);
+  const int exit_status = run(*context, arguments);
+  // Started in a console window of its own (files dropped on it in the Explorer), the program
+  // would take its summary or its usage error away with the window.
+  if (!context->options.non_interactive && qm::ownsConsoleWindowAlone()) qm::waitForEnterToClose();
+  return exit_status;
 }
