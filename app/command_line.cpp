@@ -215,6 +215,8 @@ bool parseCommandLine(RunContext& context, int argc, char** argv, int* exit_stat
   }
   installCustomTypes(table, context);
   int errors = arg_parse(argc, argv, table.entries.data());
+  // Known whatever the outcome: a run that stops at a usage error asks no questions either.
+  context.options.non_interactive = table.non_interactive->count == 1;
 
   if (table.help->count > 0 || argc == 1) {
     printUsage(table);

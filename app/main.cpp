@@ -2,6 +2,8 @@
 
 #include <memory>
 #include <new>
+#include <string>
+#include <vector>
 
 #include "app/command_line.h"
 #include "app/converter_job.h"
@@ -11,6 +13,8 @@
 #include "app/run_context.h"
 #include "memory/large_buffer.h"
 #include "output/pending_outputs.h"
+#include "platform/console_window.h"
+#include "platform/program_arguments.h"
 #include "platform/stop_requests.h"
 #include "platform/terminal.h"
 
@@ -23,6 +27,26 @@ std::unique_ptr<qm::ProgressDisplay> startProgress(const qm::ConverterJob& job, 
   return std::make_unique<qm::ProgressDisplay>(qm::standardErrorHandle(), totals.files, totals.bytes);
 }
 
+int run(qm::RunContext& context, std::vector<std::string>& arguments) {
+  int exit_status = qm::kExitOk;
+  // The parser takes the C form; it may reorder the pointers, never the texts.
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  if (!qm::parseCommandLine(context, static_cast<int>(arguments.size()), argv.data(), &exit_status)) {
+    return exit_status;
+  }
+
+  std::unique_ptr<qm::ConverterJob> job =
+      qm::ConverterJob::create(context.root_directory.get(), context.outputRoot(), &context.options);
+  if (!job) return exit_status;
+  std::unique_ptr<qm::ProgressDisplay> progress = startProgress(*job, context);
+  // A plain assignment: the run's result replaces anything the password loading ORed in.
+  exit_status = qm::runInputs(*job, context.inputs, progress.get()) ? qm::kExitInputFailed : qm::kExitOk;
+  if (progress) progress->finish();
+  return exit_status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -30,18 +54,13 @@ int main(int argc, char** argv) {
   qm::failWritesPastFileSizeLimit();
   qm::removePendingOutputsOnStopRequests();
   qm::keepFreedBuffers();
-  int exit_status = qm::kExitOk;
   std::unique_ptr<qm::RunContext> context(new (std::nothrow) qm::RunContext());
   // Without memory there is nothing to report; deliberately no failure status.
-  if (!context) return exit_status;
-  if (!qm::parseCommandLine(*context, argc, argv, &exit_status)) return exit_status;
-
-  std::unique_ptr<qm::ConverterJob> job =
-      qm::ConverterJob::create(context->root_directory.get(), context->outputRoot(), &context->options);
-  if (!job) return exit_status;
-  std::unique_ptr<qm::ProgressDisplay> progress = startProgress(*job, *context);
-  // A plain assignment: the run's result replaces anything the password loading ORed in.
-  exit_status = qm::runInputs(*job, context->inputs, progress.get()) ? qm::kExitInputFailed : qm::kExitOk;
-  if (progress) progress->finish();
+  if (!context) return qm::kExitOk;
+  std::vector<std::string> arguments = qm::programArguments(argc, argv);
+  const int exit_status = run(*context, arguments);
+  // Started in a console window of its own (files dropped on it in the Explorer), the program
+  // would take its summary or its usage error away with the window.
+  if (!context->options.non_interactive && qm::ownsConsoleWindowAlone()) qm::waitForEnterToClose();
   return exit_status;
 }

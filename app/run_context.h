@@ -16,7 +16,7 @@ namespace qm {
 struct ConversionOptions {
   bool delete_converted = false;
   bool no_append_root = false;
-  bool non_interactive = false;  // no progress display, even on a terminal
+  bool non_interactive = false;  // no progress display, even on a terminal; no waiting for Enter
   std::int64_t buffer_size = -1;
   SmallString output_directory;
   int jobs = 1;  // files converted at the same time; 0 = one per processor

@@ -14,11 +14,15 @@ struct OutputHandle {
 
 OutputHandle standardErrorHandle();
 
-// A person may be watching: the output is a terminal (a console on Windows).
+// A person may be watching: the output is a terminal. On Windows a console, which this asks to
+// take a terminal's control sequences; one too old to take them counts as none.
 bool isTerminal(OutputHandle output);
 
 // Columns of the terminal on `output`; 0 when it is no terminal or does not say.
 int terminalColumns(OutputHandle output);
+
+// The bytes are UTF-8; a Windows console shows them as the characters they stand for, while a
+// file or a pipe gets them unchanged.
 
 // Writes the bytes with a single call of the system, so that lines written at the same time by
 // several threads, or by several programs sharing the output, never mix. The count written, or

@@ -1,15 +1,21 @@
 #include "output/pending_outputs.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
+#ifdef _WIN32
+#include "tests/support/windows_child.h"
+#else
+#include <signal.h>
+#include <unistd.h>
+
 #include "tests/support/temp_dir.h"
+#endif
 
 namespace qm {
 namespace {
@@ -17,9 +23,11 @@ namespace {
 namespace fs = std::filesystem;
 
 bool createFile(const PendingOutput& output) {
-  test::writeFile(output.path().c_str(), "bytes");
+  std::ofstream(output.path().c_str(), std::ios::binary) << "bytes";
   return true;
 }
+
+#ifndef _WIN32
 
 class PendingOutputsDeathTest : public ::testing::TestWithParam<int> {
  protected:
@@ -90,6 +98,33 @@ TEST(PendingOutputsDeathTestWhileCreating, AFileBeingCreatedGoesToo) {
 }
 
 INSTANTIATE_TEST_SUITE_P(StopSignals, PendingOutputsDeathTest, ::testing::Values(SIGINT, SIGTERM, SIGHUP, SIGPIPE));
+
+#else
+
+// Run by the test below, in a console of its own.
+TEST(WindowsPendingOutputs, DISABLED_ChildGetsCtrlBreakWhileWriting) {
+  const std::string folder = test::SharedFolder::inChild();
+  removePendingOutputsOnStopRequests();
+  PendingOutput a(folder + "/a.partial");
+  PendingOutput b(folder + "/b.partial");
+  PendingOutput done(folder + "/done.partial");
+  for (PendingOutput* output : {&a, &b, &done}) output->create([&] { return createFile(*output); });
+  done.forget();
+  test::sendCtrlBreakToThisProcess();
+  Sleep(30'000);  // the request ends the program before
+}
+
+TEST(WindowsPendingOutputs, ACtrlBreakRemovesThePendingFilesAndStillEndsTheProgram) {
+  test::SharedFolder folder;
+  const DWORD status = test::runTestInChild(L"WindowsPendingOutputs.DISABLED_ChildGetsCtrlBreakWhileWriting", L"", true);
+  if (status == test::kNoConsoleEvents) GTEST_SKIP() << "the system sends no console events here";
+  EXPECT_EQ(status, static_cast<DWORD>(STATUS_CONTROL_C_EXIT));
+  EXPECT_FALSE(fs::exists(folder.path() / "a.partial"));
+  EXPECT_FALSE(fs::exists(folder.path() / "b.partial"));
+  EXPECT_TRUE(fs::exists(folder.path() / "done.partial")) << "a forgotten file is about to get its final name";
+}
+
+#endif
 
 }  // namespace
 }  // namespace qm

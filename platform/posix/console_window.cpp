@@ -1,0 +1,9 @@
+#include "platform/console_window.h"
+
+namespace qm {
+
+bool ownsConsoleWindowAlone() { return false; }
+
+void waitForEnterToClose() {}
+
+}  // namespace qm
