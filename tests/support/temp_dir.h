@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 namespace qm::test {
@@ -12,8 +13,18 @@ class TempDir {
   TempDir() : TempDir(std::filesystem::temp_directory_path()) {}
   // Under another folder, for instance memory-backed /dev/shm where flushing to disk costs nothing.
   explicit TempDir(const std::filesystem::path& parent) {
+#ifdef _WIN32
+    // No mkdtemp here: a random name, again until one is free.
+    std::random_device random;
+    for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
+      std::filesystem::path candidate = parent / ("qm-test-" + std::to_string(random()));
+      std::error_code error;
+      if (std::filesystem::create_directory(candidate, error)) path_ = candidate;
+    }
+#else
     std::string pattern = (parent / "qm-test-XXXXXX").string();
     path_ = mkdtemp(pattern.data()) ? std::filesystem::path(pattern) : std::filesystem::path();
+#endif
   }
   ~TempDir() {
     std::error_code ignored;
