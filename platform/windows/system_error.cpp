@@ -16,9 +16,12 @@ int lastSystemError() { return static_cast<int>(GetLastError()); }
 void setLastSystemError(int error) { SetLastError(static_cast<DWORD>(error)); }
 
 const char* systemErrorText(int error) {
+  // Looking a text up is no failure of its own: the reason stays. Taken first, as reaching a
+  // thread's own variable may clear it (MinGW keeps them through TlsGetValue).
+  const DWORD reason = GetLastError();
   // One text per thread, as the caller may keep it while other threads report their own.
-  thread_local std::string text;
-  const DWORD reason = GetLastError();  // looking a text up is no failure of its own
+  thread_local std::string kept;
+  std::string& text = kept;
   wchar_t* message = nullptr;
   const DWORD length =
       FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
@@ -35,8 +38,9 @@ const char* systemErrorText(int error) {
   }
   // The system's texts end in a line break; the program writes each on a line of its own.
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) text.pop_back();
+  const char* result = text.c_str();
   SetLastError(reason);
-  return text.c_str();
+  return result;
 }
 
 // Windows refuses a file's call on a folder as an access denied; the platform calls that meet a
