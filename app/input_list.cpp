@@ -1,6 +1,7 @@
 #include "app/input_list.h"
 
 #include "base/hash_map.h"
+#include "platform/path_syntax.h"
 
 namespace qm {
 namespace {
@@ -20,7 +21,7 @@ void replaceAll(SmallString& text, std::string_view from, std::string_view to) {
 
 SmallString normalizeInputPath(std::string_view argument, std::string_view working_directory) {
   SmallString path;
-  if (!argument.empty() && argument.front() == '/') {
+  if (pathRootLength(argument) > 0) {
     path = SmallString(argument);
   } else if (argument != "..") {
     path = SmallString(working_directory);
@@ -28,14 +29,22 @@ SmallString normalizeInputPath(std::string_view argument, std::string_view worki
     path.append(argument);
   }
   replaceAll(path, "\\", "/");
-  replaceAll(path, "//", "/");
+  // The separators inside a root ("//server/share/") are no doubled ones, but the one that ends
+  // it may be ("C://x"). A root "/" keeps nothing back, so "//x" becomes "/x".
+  const std::size_t root = pathRootLength(path.view());
+  const std::size_t kept = root > 0 ? root - 1 : 0;
+  SmallString rest(path.view().substr(kept));
+  replaceAll(rest, "//", "/");
+  path.truncate(kept);
+  path.append(rest.view());
   if (!path.empty() && path.view().back() == '/') path.truncate(path.size() - 1);
   return path;
 }
 
 std::string_view parentOf(std::string_view path) {
   std::size_t slash = path.rfind('/');
-  if (slash == std::string_view::npos || slash == 0) return path;
+  // A "/" inside a root ("//server/share") does not end a parent.
+  if (slash == std::string_view::npos || slash == 0 || slash + 1 < pathRootLength(path)) return path;
   return path.substr(0, slash);
 }
 

@@ -12,11 +12,13 @@ struct InputList {
   std::vector<SmallString> inputs;
 };
 
-// Absolute form of an argument, with "\" turned into "/", "//" collapsed and a trailing "/"
-// dropped. A relative ".." deliberately contributes an empty path.
+// Absolute form of an argument, with "\" turned into "/", "//" collapsed (but for the two that
+// start a network share's root on Windows) and a trailing "/" dropped. A relative ".."
+// deliberately contributes an empty path.
 SmallString normalizeInputPath(std::string_view argument, std::string_view working_directory);
 
-// The parent of a path: the text before its last "/" at a position above 0, or the path itself.
+// The parent of a path: the text before its last "/" at a position above 0, or the path itself
+// (also when that "/" lies inside a root such as "//server/share").
 std::string_view parentOf(std::string_view path);
 
 // Fills the list when every argument lies directly in one directory; false otherwise.

@@ -6,6 +6,7 @@
 
 #include "base/log.h"
 #include "platform/file_system.h"
+#include "platform/path_syntax.h"
 #include "regex/regex.h"
 #include "stream/directory_handle.h"
 
@@ -16,12 +17,22 @@ constexpr const char* kDefaultPasswordFile = "passwords.json";
 constexpr const char* kPasswordLinePattern =
     "^\\s*\"(default|[a-fA-F\\d]*)\"\\s*:\\s*\"(.*)\"\\s*,?\\s*$";
 
+// Where the last separator of `path` stands, or npos.
+std::size_t lastSeparator(std::string_view path) {
+  for (std::size_t at = path.size(); at > 0; --at) {
+    if (isPathSeparator(path[at - 1])) return at - 1;
+  }
+  return std::string_view::npos;
+}
+
 // The directory to resolve the password file against: its own folder when the path is
 // absolute, otherwise the working directory.
 std::unique_ptr<DirectoryHandle> openPasswordDirectory(std::string_view path) {
-  if (!path.empty() && path.front() == '/') {
-    std::size_t slash = path.rfind('/');
-    return DirectoryHandle::create(slash == 0 ? std::string_view("/") : path.substr(0, slash));
+  const std::size_t root = pathRootLength(path);
+  const std::size_t slash = lastSeparator(path);
+  if (root > 0 && slash != std::string_view::npos) {
+    // The text before the last separator, or the root itself when that separator ends it.
+    return DirectoryHandle::create(slash < root ? path.substr(0, root) : path.substr(0, slash));
   }
   std::optional<std::string> cwd = currentFolder();
   if (!cwd) {

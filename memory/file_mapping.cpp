@@ -6,8 +6,9 @@
 
 namespace qm {
 
-std::unique_ptr<FileMapping> FileMapping::map(NativeFile file, std::uint64_t largest) {
-  const FileView view = mapWholeFile(file, largest);
+std::unique_ptr<FileMapping> FileMapping::map(const File& file, std::uint64_t largest) {
+  if (!file.isOpen()) return nullptr;
+  const FileView view = mapWholeFile(file.nativeHandle(), largest);
   if (!view) return nullptr;
   int watch_slot = WatchedMappings::add(view.data, static_cast<std::size_t>(view.size));
   auto* mapping = new (std::nothrow) FileMapping(view, watch_slot);

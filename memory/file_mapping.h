@@ -17,10 +17,7 @@ class FileMapping {
   // Maps the open file from offset 0 to its current size. Null for an empty file, one larger
   // than `largest` bytes, or one that cannot be mapped (a pipe or a device, for instance); the
   // caller then reads it instead.
-  static std::unique_ptr<FileMapping> map(NativeFile file, std::uint64_t largest);
-  static std::unique_ptr<FileMapping> map(const File& file, std::uint64_t largest) {
-    return map(NativeFile{file.isOpen() ? static_cast<std::intptr_t>(file.nativeHandle()) : NativeFile::kNone}, largest);
-  }
+  static std::unique_ptr<FileMapping> map(const File& file, std::uint64_t largest);
 
   FileMapping(const FileMapping&) = delete;
   FileMapping& operator=(const FileMapping&) = delete;

@@ -4,6 +4,7 @@
 
 #include "base/log.h"
 #include "platform/file_system.h"
+#include "platform/path_syntax.h"
 #include "stream/file_stream.h"
 
 namespace qm {
@@ -40,7 +41,7 @@ std::unique_ptr<DirectoryHandle> DirectoryHandle::create(std::string_view root_p
 }
 
 SmallString DirectoryHandle::join(std::string_view relative) const {
-  if (!relative.empty() && relative.front() == '/') return SmallString(relative);
+  if (pathRootLength(relative) > 0) return SmallString(relative);
   SmallString path;
   path.append(root_path_.view());
   if (!root_path_.empty() && !relative.empty()) path.append("/", 1);

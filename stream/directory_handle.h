@@ -31,7 +31,8 @@ class DirectoryHandle {
 
   const SmallString& rootPath() const { return root_path_; }
   // Root, then "/" only when both parts are non-empty, then the relative path. A relative path
-  // starting with "/" is absolute and comes back unchanged.
+  // that starts with a root ("/", on Windows also "C:/" and the like) is absolute and comes back
+  // unchanged.
   SmallString join(std::string_view relative) const;
   // A missing path is a success with type kEntryMissing; any other failure gives false.
   bool stat(std::string_view relative, DirectoryEntry* entry) const;

@@ -7,13 +7,8 @@
 
 namespace qm {
 
-NativeFile nativeFileOf(std::FILE* file) {
-  if (file == nullptr) return {};
-  return NativeFile{fileno(file)};
-}
-
-FileView mapWholeFile(NativeFile file, std::uint64_t largest) {
-  const auto descriptor = static_cast<int>(file.value);
+FileView mapWholeFile(NativeHandle file, std::uint64_t largest) {
+  const auto descriptor = static_cast<int>(file);
   struct stat status {};
   if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= 0) {
     return {};

@@ -51,6 +51,59 @@ TEST(InputList, NormalizeHandlesTheOddCases) {
   EXPECT_EQ(parentOf("/a/b"), "/a");
 }
 
+#ifdef _WIN32
+constexpr bool kWindows = true;
+#else
+constexpr bool kWindows = false;
+#endif
+
+// Drive letters, rooted paths and network shares are absolute on Windows; on Linux they are
+// names like any other.
+TEST(InputList, WindowsRootsAreAbsoluteAndSurviveNormalisation) {
+  struct Case {
+    const char* argument;
+    const char* working_directory;
+    const char* posix;
+    const char* windows;
+  } cases[] = {
+      {"C:\\logs\\", "/w", "/w/C:/logs", "C:/logs"},
+      {"C:/logs//2023", "/w", "/w/C:/logs/2023", "C:/logs/2023"},
+      {"C:", "/w", "/w/C:", "C:"},
+      {"\\logs", "C:/w", "C:/w/logs", "/logs"},
+      {"\\\\server\\share\\logs", "/w", "/w//server/share/logs", "//server/share/logs"},  // "///" collapses once
+      {"//server/share//logs/", "/w", "/server/share/logs", "//server/share/logs"},
+      {"logs", "//server/share", "/server/share/logs", "//server/share/logs"},
+      {"logs", "C:/", "C:/logs", "C:/logs"},
+      {"/abs//x/", "C:/w", "/abs/x", "/abs/x"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(normalizeInputPath(c.argument, c.working_directory), kWindows ? c.windows : c.posix) << c.argument;
+  }
+  struct Parent {
+    const char* path;
+    const char* posix;
+    const char* windows;
+  } parents[] = {
+      {"C:/logs", "C:", "C:"},
+      {"//server/share/logs", "//server/share", "//server/share"},
+      {"//server/share", "//server", "//server/share"},
+  };
+  for (const Parent& p : parents) EXPECT_EQ(parentOf(p.path), kWindows ? p.windows : p.posix) << p.path;
+}
+
+TEST(InputList, InputsInADriveRootOrAShareShareThatRoot) {
+  if (!kWindows) GTEST_SKIP() << "Windows paths";
+  InputList list;
+  ASSERT_TRUE(computeInputList({"C:\\a.MF4", "C:/logs"}, "D:/w", list));
+  EXPECT_EQ(list.common_root, "C:");  // the drive's root, as a bare drive is taken
+  EXPECT_EQ(list.inputs[0], "a.MF4");
+  EXPECT_EQ(list.inputs[1], "logs");
+  InputList shared;
+  ASSERT_TRUE(computeInputList({"\\\\server\\share\\logs\\x.mf4", "y.mfe"}, "//server/share/logs", shared));
+  EXPECT_EQ(shared.common_root, "//server/share/logs");
+  EXPECT_FALSE(computeInputList({"C:/a.MF4", "D:/b.MF4"}, "C:/", list));
+}
+
 TEST(InputWalk, AcceptsOnlyTheLoggerExtensions) {
   EXPECT_TRUE(acceptFileName("x.MF4"));
   EXPECT_TRUE(acceptFileName("dir.v2/x.mfe"));

@@ -77,6 +77,26 @@ TEST(Pages, AHintOnPartOfABlockStillLetsItGrowByMovingPages) {
   freePages(grown, 8 * kMiB);
 }
 
+// Buffers grow by doubling and more: in place while the address space behind allows, moved
+// after that; either way the bytes stay and the new ones read as zeros.
+TEST(Pages, RepeatedGrowthKeepsTheBytesAndAddsZeros) {
+  std::size_t size = 2 * kMiB;
+  void* data = allocatePages(size, 2 * kMiB);
+  ASSERT_NE(data, nullptr);
+  fill(data, size);
+  for (std::size_t new_size : {4 * kMiB, 8 * kMiB, 10 * kMiB, 32 * kMiB}) {
+    SCOPED_TRACE(testing::Message() << size << " to " << new_size);
+    void* grown = growPages(data, size, new_size, 2 * kMiB);
+    ASSERT_NE(grown, nullptr);
+    EXPECT_TRUE(aligned(grown, 2 * kMiB));
+    EXPECT_EQ(wrongBytes(grown, size, new_size), 0u);
+    data = grown;
+    size = new_size;
+    fill(data, size);
+  }
+  freePages(data, size);
+}
+
 TEST(Pages, PopulatingNeverChangesAByte) {
   const std::size_t size = 4 * kMiB;
   void* data = allocatePages(size, 2 * kMiB);
