@@ -74,8 +74,9 @@ class CipherSource {
       return copyAt(kEncryptedAadSize + offset, plain + offset, count);
     });
     // Pieces are decrypted where they were copied to. The crypto library may hold back a few
-    // bytes of a piece and write them with the next one, so the output has a position of its own,
-    // at or a little behind the input's; the last piece comes with the tag check.
+    // bytes of a piece and write them with the next one (on Windows, all of them until finish),
+    // so the output has a position of its own, at or behind the input's; the last piece comes
+    // with the tag check.
     std::uint64_t written = 0;
     std::size_t produced = 0;
     std::uint64_t done = 0;

@@ -34,9 +34,11 @@ enum class GcmResult {
 // released (and its key schedule wiped) whichever way the work ends.
 //
 // Before the last piece CNG decrypts only whole 16-byte blocks, and wants some bytes left for
-// its final call: a step may hold back up to 16 bytes and write them with the next one. Each
-// step says how many bytes it wrote; a caller that advances its output by that count may
-// decrypt in place (input and output in one buffer, the output at or behind the input).
+// its final call: a step may hold back up to 16 bytes and write them with the next one. Pieces
+// decrypted in place one right after another may even be held back whole and all written by
+// finish (CNG does that in one call). Each step says how many bytes it wrote; a caller that
+// advances its output by that count may decrypt in place (input and output in one buffer, the
+// output at or behind the input).
 class GcmDecryption {
  public:
   GcmDecryption();

@@ -11,8 +11,9 @@ namespace qm {
 namespace {
 
 constexpr std::size_t kBlock = 16;
-// One call takes a ULONG count: larger inputs go in several calls, each a whole number of
-// blocks but the last.
+// One call takes a ULONG count. A final call may have all of that; larger inputs go first in
+// chained calls of kLargestCall, a whole number of blocks.
+constexpr std::size_t kLargestFinalCall = ULONG_MAX;
 constexpr std::size_t kLargestCall = std::size_t{1} << 30;
 
 bool succeeded(NTSTATUS status) { return status >= 0; }
@@ -157,7 +158,7 @@ struct GcmOperation {
   // size bytes in calls CNG accepts: all chained unless last, and then the final call has the
   // rest (all of it when it fits one call).
   NTSTATUS run(const UCHAR* input, std::size_t size, UCHAR* output, bool last) {
-    while (size > kLargestCall || (!last && size != 0)) {
+    while (last ? size > kLargestFinalCall : size != 0) {
       std::size_t step = size > kLargestCall ? kLargestCall : size;
       NTSTATUS status = call(input, step, output, false);
       if (!succeeded(status)) return status;
@@ -187,6 +188,49 @@ struct GcmOperation {
     held_size = 0;
     return status;
   }
+
+  // A piece that is not the last, in chained calls; adds the bytes written to *produced.
+  bool chainPiece(const UCHAR* input, std::size_t size, UCHAR* output, std::size_t* produced) {
+    // Output trails the input by the bytes held: writing the held block's plaintext only covers
+    // input already taken, so in place stays in place.
+    if (held_size != 0 && held_size < kBlock) {
+      std::size_t taken = fillHeld(input, size);
+      input += taken;
+      size -= taken;
+    }
+    if (size == 0) return true;
+    if (held_size == kBlock && !succeeded(flushHeld(output, produced))) return false;
+    // The last 1 to 16 bytes wait for the next piece or the final call.
+    std::size_t body = (size - 1) / kBlock * kBlock;
+    if (!succeeded(run(input, body, output, false))) return false;
+    *produced += body;
+    fillHeld(input + body, size - body);
+    return true;
+  }
+
+  // The last piece after chained ones (or alone), with the final call; adds the bytes written.
+  NTSTATUS chainLast(const UCHAR* input, std::size_t size, UCHAR* output, std::size_t* produced) {
+    if (held_size != 0) {
+      std::size_t taken = fillHeld(input, size);
+      input += taken;
+      size -= taken;
+      if (size == 0) {
+        // All that is left is in the held block: the final call decrypts it there.
+        UCHAR plain[kBlock];
+        NTSTATUS status = call(held, held_size, plain, true);
+        if (succeeded(status)) {
+          std::memcpy(output, plain, held_size);
+          *produced += held_size;
+        }
+        return status;
+      }
+      NTSTATUS status = flushHeld(output, produced);
+      if (!succeeded(status)) return status;
+    }
+    NTSTATUS status = run(input, size, output, true);
+    if (succeeded(status)) *produced += size;
+    return status;
+  }
 };
 
 GcmResult resultOf(NTSTATUS status) {
@@ -196,7 +240,35 @@ GcmResult resultOf(NTSTATUS status) {
 
 }  // namespace
 
-struct GcmDecryption::State : GcmOperation {};
+// Pieces decrypted in place, each right after the one before, are put off and decrypted with
+// the last one in a single call. That is how the program decrypts a container it holds in
+// memory, and one call is the simplest way for it; it is also the only way Wine's bcrypt (our
+// Windows test bed) gets right, as it ignores the chaining flag. Anything else (a piece from
+// elsewhere, or more than one call can take) goes through chained calls, which need Windows itself.
+struct GcmDecryption::State : GcmOperation {
+  bool deferring = true;
+  UCHAR* deferred = nullptr;  // the first piece put off, where its plaintext goes too
+  std::size_t deferred_size = 0;
+
+  // Whether the piece continues what was put off, in place, and all of it still fits one call.
+  bool continuesDeferred(const UCHAR* input, std::size_t size, const UCHAR* output) const {
+    if (deferred_size == 0) return input == output;
+    // Nothing was written meanwhile, so the caller's output is still where the first piece began.
+    return output == deferred && (size == 0 || input == deferred + deferred_size);
+  }
+  bool fitsOneCall(std::size_t size) const { return size <= kLargestFinalCall - deferred_size; }
+
+  // Chained calls from here on, starting with what was put off; its plaintext goes to output,
+  // which is moved past what was written.
+  bool stopDeferring(UCHAR*& output, std::size_t* produced) {
+    deferring = false;
+    std::size_t before = *produced;
+    if (deferred_size != 0 && !chainPiece(deferred, deferred_size, output, produced)) return false;
+    output += *produced - before;
+    deferred_size = 0;
+    return true;
+  }
+};
 
 GcmDecryption::GcmDecryption() : state_(std::make_unique<State>()) {}
 
@@ -219,21 +291,16 @@ bool GcmDecryption::update(const std::uint8_t* input, std::size_t size, std::uin
   if (!state_ || !state_->usable()) return false;
   State& s = *state_;
   s.data_seen = true;
-  // Output trails the input by the bytes held: writing the held block's plaintext only covers
-  // input already taken, so in place stays in place.
-  if (s.held_size != 0 && s.held_size < kBlock) {
-    std::size_t taken = s.fillHeld(input, size);
-    input += taken;
-    size -= taken;
-  }
   if (size == 0) return true;
-  if (s.held_size == kBlock && !succeeded(s.flushHeld(output, produced))) return false;
-  // The last 1 to 16 bytes wait for the next step or the final call.
-  std::size_t body = (size - 1) / kBlock * kBlock;
-  if (!succeeded(s.run(input, body, output, false))) return false;
-  *produced += body;
-  s.fillHeld(input + body, size - body);
-  return true;
+  if (s.deferring) {
+    if (s.continuesDeferred(input, size, output) && s.fitsOneCall(size)) {
+      if (s.deferred_size == 0) s.deferred = output;
+      s.deferred_size += size;
+      return true;
+    }
+    if (!s.stopDeferring(output, produced)) return false;
+  }
+  return s.chainPiece(input, size, output, produced);
 }
 
 GcmResult GcmDecryption::finish(const std::uint8_t* input, std::size_t size, std::uint8_t* output,
@@ -243,28 +310,16 @@ GcmResult GcmDecryption::finish(const std::uint8_t* input, std::size_t size, std
   State& s = *state_;
   s.finished = true;
   std::memcpy(s.tag, tag, kGcmTagSize);
-  NTSTATUS status = kSuccess;
-  if (s.held_size != 0) {
-    std::size_t taken = s.fillHeld(input, size);
-    input += taken;
-    size -= taken;
-    if (size == 0) {
-      // All that is left is in the held block: the final call decrypts it there.
-      UCHAR plain[kBlock];
-      status = s.call(s.held, s.held_size, plain, true);
-      if (succeeded(status)) {
-        std::memcpy(output, plain, s.held_size);
-        *produced = s.held_size;
-      }
+  if (s.deferring && s.deferred_size != 0) {
+    if (s.continuesDeferred(input, size, output) && s.fitsOneCall(size)) {
+      std::size_t total = s.deferred_size + size;
+      NTSTATUS status = s.call(s.deferred, total, s.deferred, true);
+      if (succeeded(status)) *produced = total;
       return resultOf(status);
     }
-    status = s.flushHeld(output, produced);
+    if (!s.stopDeferring(output, produced)) return GcmResult::kFailed;
   }
-  if (succeeded(status)) {
-    status = s.run(input, size, output, true);
-    if (succeeded(status)) *produced += size;
-  }
-  return resultOf(status);
+  return resultOf(s.chainLast(input, size, output, produced));
 }
 
 bool gcmEncrypt(const std::uint8_t key[kAes256KeySize], const std::uint8_t nonce[kGcmNonceSize],

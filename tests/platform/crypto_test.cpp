@@ -165,12 +165,19 @@ TEST(AesGcm, RefusesAnyChangedByte) {
   }
 }
 
-// A message decrypted in pieces of one size, into a separate buffer or in place; the last piece
-// goes to finish, or everything to update and finish gets nothing.
-struct Pieces {
-  std::size_t piece;
+// How a message is handed over: the update steps, each read in place (from the output buffer,
+// where the whole ciphertext was copied first, as the program does) or from a buffer of its
+// own; the rest of the message goes to finish, read in place or not.
+struct Step {
+  std::size_t size;
   bool in_place;
-  bool empty_finish;
+};
+
+struct Pieces {
+  std::vector<Step> steps;
+  bool finish_in_place;
+  // How far the output may trail the input taken; in place, a step may hold back everything.
+  std::size_t most_behind = SIZE_MAX;
 };
 
 GcmResult decryptInPieces(const Bytes& key, const Bytes& nonce, const Bytes& aad, const Bytes& cipher,
@@ -179,60 +186,129 @@ GcmResult decryptInPieces(const Bytes& key, const Bytes& nonce, const Bytes& aad
   if (!gcm.start(key.data(), nonce.data()) || !gcm.addAuthenticatedData(aad.data(), aad.size())) {
     return GcmResult::kFailed;
   }
-  Bytes buffer(cipher.size());
-  if (p.in_place) std::copy(cipher.begin(), cipher.end(), buffer.begin());
-  const std::uint8_t* input = p.in_place ? buffer.data() : cipher.data();
-  std::size_t read = 0, written = 0;
-  GcmResult result = GcmResult::kFailed;
-  for (;;) {
-    std::size_t left = cipher.size() - read;
-    std::size_t produced = 0;
-    if (left <= p.piece && !p.empty_finish) {
-      result = gcm.finish(input + read, left, buffer.data() + written, &produced, tag.data());
-      written += produced;
-      break;
-    }
-    if (left == 0) {
-      result = gcm.finish(input + read, 0, buffer.data() + written, &produced, tag.data());
-      written += produced;
-      break;
-    }
-    std::size_t step = left < p.piece ? left : p.piece;
-    if (!gcm.update(input + read, step, buffer.data() + written, &produced)) return GcmResult::kFailed;
-    read += step;
-    written += produced;
-    // Output never runs ahead of the input taken, nor falls more than a block behind.
-    if (written > read || read - written > 16) return GcmResult::kFailed;
+  // The output buffer holds the ciphertext only where it is read in place; elsewhere it holds
+  // something else, so that reading from the wrong buffer shows.
+  Bytes buffer = cipher;
+  std::size_t read = 0, written = 0, produced = 0;
+  for (const Step& step : p.steps) {
+    for (std::size_t i = read; !step.in_place && i < read + step.size; ++i) buffer[i] ^= 0x5a;
+    read += step.size;
   }
+  for (std::size_t i = read; !p.finish_in_place && i < buffer.size(); ++i) buffer[i] ^= 0x5a;
+  read = 0;
+  for (const Step& step : p.steps) {
+    const std::uint8_t* input = (step.in_place ? buffer.data() : cipher.data()) + read;
+    if (!gcm.update(input, step.size, buffer.data() + written, &produced)) return GcmResult::kFailed;
+    read += step.size;
+    written += produced;
+    // Output never runs ahead of the input taken.
+    if (written > read || read - written > p.most_behind) return GcmResult::kFailed;
+  }
+  const std::uint8_t* input = (p.finish_in_place ? buffer.data() : cipher.data()) + read;
+  GcmResult result = gcm.finish(input, cipher.size() - read, buffer.data() + written, &produced, tag.data());
+  written += produced;
   if (result != GcmResult::kAuthentic) return result;
   if (written != cipher.size()) return GcmResult::kFailed;
-  plain->assign(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(written));
+  *plain = buffer;
   return result;
 }
 
-TEST(AesGcm, DecryptsInPiecesOfAnySize) {
-  if (chainedGcmMissing()) GTEST_SKIP() << "Wine's bcrypt does not chain GCM calls";
+// Steps of one size until at most one is left for finish, or all of it with finish getting none.
+Pieces evenPieces(std::size_t total, std::size_t piece, bool in_place, bool empty_finish) {
+  Pieces p{{}, in_place};
+  std::size_t left = total;
+  for (; left > piece || (empty_finish && left != 0); left -= left < piece ? left : piece) {
+    p.steps.push_back({left < piece ? left : piece, in_place});
+  }
+  return p;
+}
+
+struct Message {
+  Bytes key, nonce, aad, plain, cipher, tag, wrong_tag;
+};
+
+// Long enough for several pieces of every size tried, and not a whole number of blocks.
+constexpr std::size_t kSeveralPieces = 3 * 4099 + 5;
+
+Message messageOf(std::size_t size) {
   const GcmVector& v = kGcmVectors[2];
-  Bytes key = fromHex(v.key), nonce = fromHex(v.nonce), aad = fromHex(v.aad);
-  // Long enough for several pieces of every size, and not a whole number of blocks.
-  Bytes plain(3 * 4099 + 5);
-  for (std::size_t i = 0; i < plain.size(); ++i) plain[i] = static_cast<std::uint8_t>(i * 131 + i / 251);
-  Bytes cipher(plain.size());
-  Bytes tag(kGcmTagSize);
-  ASSERT_TRUE(gcmEncrypt(key.data(), nonce.data(), aad.data(), aad.size(), plain.data(), plain.size(), cipher.data(),
-                         tag.data()));
-  Bytes wrong_tag = tag;
-  wrong_tag[5] ^= 4;
+  Message m{fromHex(v.key), fromHex(v.nonce), fromHex(v.aad), Bytes(size), Bytes(size), Bytes(kGcmTagSize), {}};
+  for (std::size_t i = 0; i < size; ++i) m.plain[i] = static_cast<std::uint8_t>(i * 131 + i / 251);
+  EXPECT_TRUE(gcmEncrypt(m.key.data(), m.nonce.data(), m.aad.data(), m.aad.size(), m.plain.data(), size,
+                         m.cipher.data(), m.tag.data()));
+  m.wrong_tag = m.tag;
+  m.wrong_tag[5] ^= 4;
+  return m;
+}
+
+void expectDecrypts(const Message& m, const Pieces& p) {
+  Bytes out;
+  ASSERT_EQ(decryptInPieces(m.key, m.nonce, m.aad, m.cipher, m.tag, p, &out), GcmResult::kAuthentic);
+  EXPECT_TRUE(out == m.plain);
+  EXPECT_EQ(decryptInPieces(m.key, m.nonce, m.aad, m.cipher, m.wrong_tag, p, &out), GcmResult::kTagMismatch);
+}
+
+// The way the program decrypts a container: piece after piece in place, the last with the tag.
+TEST(AesGcm, DecryptsInPlaceInContiguousPieces) {
+  const Message m = messageOf(kSeveralPieces);
+  const std::size_t uneven_total = 1 + 7 + 16 + 17 + 4099;
+  Pieces uneven{{{1, true}, {7, true}, {16, true}, {17, true}, {4099, true}}, true};
+  {
+    SCOPED_TRACE("uneven, the rest to finish");
+    expectDecrypts(m, uneven);
+  }
+  {
+    SCOPED_TRACE("uneven, finish empty");
+    Pieces all = uneven;
+    all.steps.push_back({m.cipher.size() - uneven_total, true});
+    expectDecrypts(m, all);
+  }
+  {
+    // An empty step has no place of its own to break the run.
+    SCOPED_TRACE("an empty step from elsewhere");
+    expectDecrypts(m, Pieces{{{7, true}, {0, false}, {4099, true}}, true});
+  }
   for (std::size_t piece : {1, 7, 16, 17, 4099}) {
-    for (bool in_place : {false, true}) {
-      for (bool empty_finish : {false, true}) {
-        Pieces p{piece, in_place, empty_finish};
-        SCOPED_TRACE(std::to_string(piece) + (in_place ? " in place" : "") + (empty_finish ? " empty finish" : ""));
-        Bytes out;
-        ASSERT_EQ(decryptInPieces(key, nonce, aad, cipher, tag, p, &out), GcmResult::kAuthentic);
-        EXPECT_TRUE(out == plain);
-        EXPECT_EQ(decryptInPieces(key, nonce, aad, cipher, wrong_tag, p, &out), GcmResult::kTagMismatch);
-      }
+    for (bool empty_finish : {false, true}) {
+      SCOPED_TRACE(std::to_string(piece) + (empty_finish ? " empty finish" : ""));
+      expectDecrypts(m, evenPieces(m.cipher.size(), piece, true, empty_finish));
+    }
+  }
+}
+
+TEST(AesGcm, DecryptsFromASeparateBufferInPiecesOfAnySize) {
+  if (chainedGcmMissing()) GTEST_SKIP() << "Wine's bcrypt does not chain GCM calls";
+  const Message m = messageOf(kSeveralPieces);
+  for (std::size_t piece : {1, 7, 16, 17, 4099}) {
+    for (bool empty_finish : {false, true}) {
+      SCOPED_TRACE(std::to_string(piece) + (empty_finish ? " empty finish" : ""));
+      Pieces p = evenPieces(m.cipher.size(), piece, false, empty_finish);
+      p.finish_in_place = false;
+      // Nothing but CNG's need for whole blocks holds output back.
+      p.most_behind = 16;
+      expectDecrypts(m, p);
+    }
+  }
+}
+
+// Pieces that start in place and then come from elsewhere, or the other way round: whatever was
+// held back for later must still come out where the caller's output stands.
+TEST(AesGcm, DecryptsPiecesThatStopOrStartBeingInPlace) {
+  // Within one block Wine gets it right too: everything ends in the single final call.
+  for (std::size_t size : {std::size_t{16}, kSeveralPieces}) {
+    if (size > 16 && chainedGcmMissing()) continue;
+    const Message m = messageOf(size);
+    const struct {
+      const char* name;
+      Pieces pieces;
+    } cases[] = {
+        {"in place, then elsewhere", {{{7, true}, {5, false}}, true}},
+        {"in place, then finish elsewhere", {{{7, true}, {5, true}}, false}},
+        {"elsewhere, then in place", {{{7, false}, {5, true}}, true}},
+    };
+    for (const auto& c : cases) {
+      SCOPED_TRACE(std::string(c.name) + ", " + std::to_string(size) + " bytes");
+      expectDecrypts(m, c.pieces);
     }
   }
 }
