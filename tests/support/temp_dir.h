@@ -8,6 +8,16 @@
 
 namespace qm::test {
 
+// The tests spell paths in UTF-8, as the program does; Windows' narrow paths would read them in
+// the local code page instead.
+inline std::filesystem::path pathOf(const std::string& utf8) {
+  return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
+}
+inline std::string textOf(const std::filesystem::path& path) {
+  std::u8string utf8 = path.u8string();
+  return std::string(utf8.begin(), utf8.end());
+}
+
 class TempDir {
  public:
   TempDir() : TempDir(std::filesystem::temp_directory_path()) {}
@@ -29,20 +39,20 @@ class TempDir {
   TempDir& operator=(const TempDir&) = delete;
 
   const std::filesystem::path& path() const { return path_; }
-  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+  std::string operator/(const std::string& name) const { return textOf(path_ / pathOf(name)); }
 
  private:
   std::filesystem::path path_;
 };
 
 inline void writeFile(const std::string& path, const std::string& bytes) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  std::ofstream out(path, std::ios::binary);
+  std::filesystem::create_directories(pathOf(path).parent_path());
+  std::ofstream out(pathOf(path), std::ios::binary);
   out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 inline std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in(pathOf(path), std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
