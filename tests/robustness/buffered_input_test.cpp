@@ -4,28 +4,12 @@
 
 #include <string>
 
-#include "stream/buffered_stream.h"
 #include "tests/robustness/logger_file.h"
 #include "tests/robustness/memory_conversion.h"
 #include "tests/support/container_writer.h"
-#include "tests/support/mdf_builder.h"
 
 namespace qm::test {
 namespace {
-
-TEST(BufferedInput, SizeIsMeasuredWhenTheBufferEndsBeforeTheEnd) {
-  std::string data(1000, 'x');
-  auto buffered = BufferedStream::create(memoryStreamOf(data), 64);
-  char byte;
-  ASSERT_EQ(buffered->read(&byte, 1), 1);
-  EXPECT_EQ(streamSize(buffered.get()), 1000);
-  EXPECT_EQ(buffered->tell(), 1);
-  EXPECT_EQ(buffered->seek(1000, kSeekSet), 1000);
-  EXPECT_EQ(buffered->read(&byte, 1), 0);
-  EXPECT_EQ(buffered->seek(1001, kSeekSet), 1000);  // beyond the end the position stays
-  ASSERT_EQ(buffered->seek(999, kSeekSet), 999);
-  EXPECT_EQ(buffered->read(&byte, 1), 1);
-}
 
 TEST(BufferedInput, ReadAheadOfAnySizeConvertsLikeTheUnbufferedInput) {
   const std::string plain = loggerFile();

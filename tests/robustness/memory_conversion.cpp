@@ -2,31 +2,16 @@
 
 #include <memory>
 
-#include "finalize/finalize.h"
-#include "finalize/finalize_hooks.h"
-#include "finalize/record_reader.h"
-#include "mdf/channel_block.h"
-#include "mdf/channel_group_block.h"
-#include "mdf/data_group_block.h"
-#include "mdf/id_block.h"
-#include "mdf/mdf_file.h"
-#include "mdf/payload_block.h"
 #include "stream/buffered_stream.h"
 #include "container/compressed_stream.h"
 #include "container/container_header.h"
 #include "container/encrypted_stream.h"
-#include "stream/memory_stream.h"
 #include "tests/support/byte_stream.h"
+#include "tests/support/counting_stream.h"
+#include "tests/support/opened_file.h"
 
 namespace qm::test {
 namespace {
-
-std::unique_ptr<Stream> memoryOf(std::string_view bytes) {
-  auto stream = std::make_unique<MemoryStream>();
-  if (!bytes.empty()) stream->write(bytes.data(), bytes.size());
-  stream->seek(0, kSeekSet);
-  return stream;
-}
 
 // Null when a layer is refused.
 std::unique_ptr<Stream> peelContainers(std::unique_ptr<Stream> current) {
@@ -43,20 +28,11 @@ std::unique_ptr<Stream> peelContainers(std::unique_ptr<Stream> current) {
   return current;
 }
 
-std::string payloadOf(const BlockRef& block) {
-  PayloadBlock* payload = blockAs<PayloadBlock>(block);
-  if (!payload || payload->payloadStream()->seek(0, kSeekSet) != 0) return {};
-  std::string bytes(payload->dataSectionSize(), '\0');
-  std::int64_t n = payload->payloadStream()->read(bytes.data(), bytes.size());
-  bytes.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
-  return bytes;
-}
-
 }  // namespace
 
 MemoryConversion convertInMemory(std::string_view input, std::size_t read_ahead) {
   MemoryConversion result;
-  std::unique_ptr<Stream> stream = memoryOf(input);
+  std::unique_ptr<Stream> stream = memoryStreamOf(input);
   if (read_ahead > 0) stream = BufferedStream::create(std::move(stream), read_ahead);
   stream = peelContainers(std::move(stream));
   if (!stream) return result;
@@ -74,20 +50,15 @@ MemoryConversion convertInMemory(std::string_view input, std::size_t read_ahead)
 }
 
 std::optional<FinalizedContent> readFinalized(std::string_view bytes) {
-  std::unique_ptr<Stream> stream = memoryOf(bytes);
-  std::unique_ptr<MdfFile> file = MdfFile::open(stream.get(), &finalizeLoadHooks());
-  if (!file || !file->dataGroups()) return std::nullopt;
+  OpenedFile file{std::string(bytes)};
+  if (!file.file || !file.file->dataGroups()) return std::nullopt;
   FinalizedContent content;
-  content.standard_flags = file->id()->standard_flags;
-  for (const BlockRef& block : *file->dataGroups()) {
-    DataGroupBlock* group = blockAs<DataGroupBlock>(block);
-    if (!group || group->channel_groups.size() != 1) return std::nullopt;
-    ChannelGroupBlock* channel_group = blockAs<ChannelGroupBlock>(group->channel_groups.front());
+  content.standard_flags = file.file->id()->standard_flags;
+  for (std::size_t i = 0; i < file.groupCount(); ++i) {
+    if (!file.group(i) || file.group(i)->channel_groups.size() != 1) return std::nullopt;
+    ChannelGroupBlock* channel_group = channelGroup(file.group(i));
     std::string& records = content.records[channel_group->record_id];
-    RecordIterator iterator(*group);
-    while (const Record* record = iterator.next()) {
-      records.append(reinterpret_cast<const char*>(record->payload), record->payload_size);
-    }
+    for (const std::string& record : recordsOf(*file.group(i))) records += record;
     for (const BlockRef& channel : channel_group->channels) {
       content.signal_data += payloadOf(blockAs<ChannelBlock>(channel)->data);
     }

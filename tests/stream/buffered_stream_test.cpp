@@ -65,11 +65,15 @@ TEST(BufferedStream, SmallBufferReadsAcrossRefills) {
   }
 }
 
-TEST(BufferedStream, SeekOutsideTheInnerStreamKeepsThePosition) {
+TEST(BufferedStream, SizeIsMeasuredAndSeeksOutsideTheInnerStreamKeepThePosition) {
   std::string data = bytesOfSize(100);
   auto buffered = BufferedStream::create(test::memoryStreamOf(data), 16);
   char buffer[4];
   ASSERT_EQ(buffered->read(buffer, 4), 4);
+  EXPECT_EQ(streamSize(buffered.get()), 100);  // beyond the buffer's end
+  EXPECT_EQ(buffered->tell(), 4);
+  EXPECT_EQ(buffered->seek(100, kSeekSet), 100);  // the very end
+  EXPECT_EQ(buffered->read(buffer, 4), 0);
   ASSERT_EQ(buffered->seek(50, kSeekSet), 50);
   EXPECT_EQ(buffered->seek(120, kSeekSet), 50);   // refill finds nothing there
   EXPECT_EQ(buffered->seek(-5, kSeekSet), 50);    // nor before the start

@@ -47,9 +47,10 @@ inline std::unique_ptr<CountingStream> countingStreamOf(std::string_view bytes, 
   return stream;
 }
 
+// The bytes as a memory stream positioned at 0.
 inline std::unique_ptr<MemoryStream> memoryStreamOf(std::string_view bytes) {
   auto stream = std::make_unique<MemoryStream>();
-  stream->write(bytes.data(), bytes.size());
+  if (!bytes.empty()) stream->write(bytes.data(), bytes.size());
   stream->seek(0, 0);
   return stream;
 }
