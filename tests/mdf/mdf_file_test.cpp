@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "mdf/channel_block.h"
-#include "mdf/channel_group_block.h"
-#include "mdf/data_group_block.h"
 #include "mdf/file_history_block.h"
 #include "mdf/header_block.h"
 #include "mdf/id_block.h"
@@ -118,14 +115,14 @@ TEST(MdfFileSave, GapsAndReservedFieldsAreNeverWritten) {
   EXPECT_EQ(out.substr(dt_pos + 24, 13), "0123456789abc");
 }
 
-TEST(MdfFileSave, BlockLinkedTwiceIsWrittenOnce) {
+TEST(MdfFileSave, BlockLinkedManyTimesIsWrittenOnce) {
   B b;
   auto name = b.text("shared");
   auto cn1 = b.channel({.name = name});
   auto cn2 = b.channel({.name = name, .unit = name});
   b.chain({cn1, cn2});
-  auto cg = b.channelGroup({.first_channel = cn1});
-  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg})});
+  auto cg = b.channelGroup({.first_channel = cn1, .acquisition_name = name, .comment = name});
+  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg, .comment = name})});
   auto opened = openBytes(b.bytes());
   ASSERT_TRUE(opened.file);
   std::string out = saveToBytes(*opened.file);
@@ -133,6 +130,7 @@ TEST(MdfFileSave, BlockLinkedTwiceIsWrittenOnce) {
   std::uint64_t second = linkAt(out, first, 0);
   EXPECT_EQ(linkAt(out, first, 2), linkAt(out, second, 2));
   EXPECT_EQ(linkAt(out, first, 2), linkAt(out, first, 6));
+  EXPECT_EQ(linkAt(out, first, 2), linkAt(out, 232, 2));
   EXPECT_EQ(out.find("##TX"), out.rfind("##TX"));
 }
 
@@ -141,8 +139,7 @@ TEST(MdfFileSave, ChecksPlacementRules) {
   auto long_channel = b.block("CN", std::vector<B::Handle>(8, B::kNone), std::string(80, '\0'));
   b.setLength(long_channel, 168);  // a channel with 8 bytes more than its fields
   b.place(long_channel, 1000);
-  auto cg = b.channelGroup({.first_channel = long_channel});
-  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg})});
+  hangInOneGroup(b, long_channel);
   std::string input = b.bytes();
   input.resize(1168, '\0');
   auto opened = openBytes(input);
@@ -169,18 +166,6 @@ TEST(MdfFileSave, ChecksPlacementRules) {
 // and whichever is written later wins. The expected outputs are built with each block where
 // the writer puts it; the builder writes blocks in creation order.
 
-// One data group holding one channel group holding `channel`, laid out at 168, 232 and 336 in
-// the expected output when `as_written`.
-void hangInOneGroup(B& b, B::Handle channel, bool as_written) {
-  auto cg = b.channelGroup({.first_channel = channel});
-  auto dg = b.dataGroup({.first_channel_group = cg});
-  b.header({.first_data_group = dg});
-  if (!as_written) return;
-  b.place(dg, 168);
-  b.place(cg, 232);
-  b.place(channel, 336);
-}
-
 TEST(MdfFileShortBlocks, ChannelIsWrittenOverTheStartOfItsFirstChild) {
   B b;
   auto cn = b.channel({.name = b.text("n"), .bit_count = 8, .extended_limit_max = 2.5});
@@ -188,9 +173,7 @@ TEST(MdfFileShortBlocks, ChannelIsWrittenOverTheStartOfItsFirstChild) {
   hangInOneGroup(b, cn, false);
   auto opened = openBytes(b.bytes());
   ASSERT_TRUE(opened.file);
-  auto* dg = blockAs<DataGroupBlock>(opened.file->dataGroups()->front());
-  auto* channel = blockAs<ChannelBlock>(blockAs<ChannelGroupBlock>(dg->channel_groups.front())->channels.front());
-  EXPECT_EQ(channel->extended_limit_max, 2.5);  // read behind the declared length
+  EXPECT_EQ(firstChannel(*opened.file)->extended_limit_max, 2.5);  // read behind the declared length
   LogCapture log;
   std::string out = saveToBytes(*opened.file);
   EXPECT_EQ(log.lines(), std::vector<std::string>{"Error during save. Expected to be at 488 but stream is at 496"});
@@ -219,9 +202,7 @@ TEST(MdfFileShortBlocks, SourceFieldsAreWrittenOverTheStartOfItsName) {
   hangInOneGroup(b, b.channel({.source = si, .bit_count = 8}), false);
   auto opened = openBytes(b.bytes());
   ASSERT_TRUE(opened.file);
-  auto* dg = blockAs<DataGroupBlock>(opened.file->dataGroups()->front());
-  auto* channel = blockAs<ChannelBlock>(blockAs<ChannelGroupBlock>(dg->channel_groups.front())->channels.front());
-  auto* source = blockAs<SourceBlock>(channel->source);
+  auto* source = blockAs<SourceBlock>(firstChannel(*opened.file)->source);
   ASSERT_TRUE(source);
   EXPECT_EQ(source->bus_class, kBusCan);  // the fields lie wholly behind the declared length
   EXPECT_EQ(source->flags, 1);

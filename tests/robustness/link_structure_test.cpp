@@ -168,23 +168,5 @@ TEST(CyclicLinks, AreRefusedAtEveryLevel) {
   }
 }
 
-// Not a cycle: one block reached along two paths is loaded once and written once.
-TEST(SharedLinks, TextSharedByManyBlocksIsWrittenOnce) {
-  MdfBuilder b;
-  auto name = b.text("shared name of every channel in the file");
-  auto second = b.channel({.name = name, .byte_offset = 1, .bit_count = 8});
-  auto first = b.channel({.next = second, .name = name, .bit_count = 8});
-  auto group = b.channelGroup({.first_channel = first, .acquisition_name = name, .comment = name, .data_bytes = 2});
-  auto data_group = b.dataGroup({.first_channel_group = group, .data = b.data("ab"), .comment = name});
-  MemoryConversion result = convertInMemory(withHeader(b, data_group));
-  ASSERT_TRUE(result.opened && result.saved);
-  std::size_t copies = 0;
-  for (std::size_t at = result.output.find("shared name"); at != std::string::npos;
-       at = result.output.find("shared name", at + 1)) {
-    ++copies;
-  }
-  EXPECT_EQ(copies, 1u);
-}
-
 }  // namespace
 }  // namespace qm::test
