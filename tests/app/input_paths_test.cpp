@@ -52,14 +52,8 @@ TEST(InputList, NormalizeHandlesTheOddCases) {
 }
 
 TEST(InputWalk, AcceptsOnlyTheLoggerExtensions) {
-  EXPECT_TRUE(acceptFileName("x.MF4"));
-  EXPECT_TRUE(acceptFileName("dir.v2/x.mfe"));
-  EXPECT_TRUE(acceptFileName("x.MfC"));
-  EXPECT_TRUE(acceptFileName("x.mfm"));
-  EXPECT_FALSE(acceptFileName("x.mf"));
-  EXPECT_FALSE(acceptFileName("x.mf4x"));
-  EXPECT_FALSE(acceptFileName("mf4"));
-  EXPECT_FALSE(acceptFileName("notes.txt"));
+  for (const char* name : {"x.MF4", "dir.v2/x.mfe", "x.MfC", "x.mfm"}) EXPECT_TRUE(acceptFileName(name)) << name;
+  for (const char* name : {"x.mf", "x.mf4x", "mf4", "notes.txt"}) EXPECT_FALSE(acceptFileName(name)) << name;
 }
 
 TEST(InputWalk, FolderOutputNamesGetTheSuffixBeforeTheirFirstSeparator) {
