@@ -32,6 +32,12 @@ inline std::string saveToBytes(MdfFile& file, std::string background = {}) {
   return output.bytes;
 }
 
+// The builder's file opened and saved again over `background` ("" when it does not open).
+inline std::string resaved(MdfBuilder& b, std::string background = {}) {
+  OpenedFile opened = openBytes(b.bytes());
+  return opened.file ? saveToBytes(*opened.file, std::move(background)) : std::string();
+}
+
 // One data group holding one channel group holding `channel`, hung into the header. With
 // `as_written`, laid out at 168, 232 and 336, where the writer puts them.
 inline void hangInOneGroup(MdfBuilder& b, MdfBuilder::Handle channel, bool as_written = false) {

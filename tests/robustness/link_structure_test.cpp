@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -105,65 +106,58 @@ TEST(DeepNesting, LongChainOfInverseConversionsEndsCleanly) {
 // whatever level of the tree the cycle lies.
 TEST(CyclicLinks, AreRefusedAtEveryLevel) {
   LogCapture quiet;
-  struct Case {
-    const char* name;
-    std::string bytes;
+  using B = MdfBuilder;
+  // A data group holding one channel group holding `channel`.
+  auto holding = [](B& b, B::Handle channel) {
+    return b.dataGroup({.first_channel_group = b.channelGroup({.first_channel = channel})});
   };
-  std::vector<Case> cases;
-  {
-    MdfBuilder b;
-    auto group = b.dataGroup({.first_channel_group = b.channelGroup({.data_bytes = 1})});
-    b.setLink(group, 0, group);
-    cases.push_back({"data group next to itself", withHeader(b, group)});
-  }
-  {
-    MdfBuilder b;
-    auto first = b.dataGroup({});
-    auto second = b.dataGroup({.next = first});
-    b.setLink(first, 0, second);
-    cases.push_back({"two data groups in a ring", withHeader(b, first)});
-  }
-  {
-    MdfBuilder b;
-    auto channel = b.channel({.channel_type = 1, .data_type = 10, .bit_count = 64});
-    auto group = b.channelGroup({.first_channel = channel, .record_id = 1, .data_bytes = 8});
-    b.setLink(channel, 5, group);
-    cases.push_back({"channel data to its own channel group",
-                     withHeader(b, b.dataGroup({.first_channel_group = group, .record_id_size = 1}))});
-  }
-  {
-    MdfBuilder b;
-    auto first = b.channelGroup({.record_id = 1, .data_bytes = 1});
-    auto second = b.channelGroup({.next = first, .record_id = 2, .data_bytes = 1});
-    b.setLink(first, 0, second);
-    cases.push_back({"two channel groups in a ring",
-                     withHeader(b, b.dataGroup({.first_channel_group = first, .record_id_size = 1}))});
-  }
-  {
-    MdfBuilder b;
-    auto channel = b.channel({.bit_count = 8});
-    b.setLink(channel, 1, channel);
-    cases.push_back({"channel composed of itself",
-                     withHeader(b, b.dataGroup({.first_channel_group = b.channelGroup({.first_channel = channel})}))});
-  }
-  {
-    MdfBuilder b;
-    auto conversion = b.conversion({.conversion_type = 1, .values = {0.0, 1.0}});
-    b.setLink(conversion, 3, conversion);
-    auto channel = b.channel({.conversion = conversion, .bit_count = 8});
-    cases.push_back({"conversion its own inverse",
-                     withHeader(b, b.dataGroup({.first_channel_group = b.channelGroup({.first_channel = channel})}))});
-  }
-  {
-    MdfBuilder b;
-    auto group = b.dataGroup({});
-    b.setLink(group, 3, b.offset(64));  // the comment is the header block
-    cases.push_back({"data group comment to the header", withHeader(b, group)});
-  }
-  for (const Case& c : cases) {
+  const struct {
+    const char* name;
+    std::function<B::Handle(B&)> first_data_group;
+  } cases[] = {
+      {"data group next to itself", [](B& b) {
+         auto group = b.dataGroup({.first_channel_group = b.channelGroup({.data_bytes = 1})});
+         b.setLink(group, 0, group);
+         return group;
+       }},
+      {"two data groups in a ring", [](B& b) {
+         auto first = b.dataGroup({});
+         b.setLink(first, 0, b.dataGroup({.next = first}));
+         return first;
+       }},
+      {"channel data to its own channel group", [](B& b) {
+         auto channel = b.channel({.channel_type = 1, .data_type = 10, .bit_count = 64});
+         auto group = b.channelGroup({.first_channel = channel, .record_id = 1, .data_bytes = 8});
+         b.setLink(channel, 5, group);
+         return b.dataGroup({.first_channel_group = group, .record_id_size = 1});
+       }},
+      {"two channel groups in a ring", [](B& b) {
+         auto first = b.channelGroup({.record_id = 1, .data_bytes = 1});
+         b.setLink(first, 0, b.channelGroup({.next = first, .record_id = 2, .data_bytes = 1}));
+         return b.dataGroup({.first_channel_group = first, .record_id_size = 1});
+       }},
+      {"channel composed of itself", [&](B& b) {
+         auto channel = b.channel({.bit_count = 8});
+         b.setLink(channel, 1, channel);
+         return holding(b, channel);
+       }},
+      {"conversion its own inverse", [&](B& b) {
+         auto conversion = b.conversion({.conversion_type = 1, .values = {0.0, 1.0}});
+         b.setLink(conversion, 3, conversion);
+         return holding(b, b.channel({.conversion = conversion, .bit_count = 8}));
+       }},
+      {"data group comment to the header", [](B& b) {
+         auto group = b.dataGroup({});
+         b.setLink(group, 3, b.offset(64));
+         return group;
+       }},
+  };
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
+    B b;
+    std::string bytes = withHeader(b, c.first_data_group(b));
     auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(convertInMemory(c.bytes).opened);
+    EXPECT_FALSE(convertInMemory(bytes).opened);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   }
 }

@@ -102,16 +102,10 @@ MdfBuilder::Handle MdfBuilder::fileHistory(const FileHistorySpec& s) {
   return add({.code = "FH", .links = {s.next, s.comment}, .data_section = d});
 }
 
-MdfBuilder::Handle MdfBuilder::text(std::string_view t) {
-  std::string d(t);
-  d.push_back('\0');
-  return add({.code = "TX", .data_section = d});
-}
+MdfBuilder::Handle MdfBuilder::text(std::string_view t) { return add({.code = "TX", .data_section = std::string(t) + '\0'}); }
 
 MdfBuilder::Handle MdfBuilder::metadata(std::string_view xml) {
-  std::string d(xml);
-  d.push_back('\0');
-  return add({.code = "MD", .data_section = d});
+  return add({.code = "MD", .data_section = std::string(xml) + '\0'});
 }
 
 MdfBuilder::Handle MdfBuilder::textBytes(std::string_view bytes) {
@@ -120,10 +114,6 @@ MdfBuilder::Handle MdfBuilder::textBytes(std::string_view bytes) {
 
 MdfBuilder::Handle MdfBuilder::data(std::string_view payload) {
   return add({.code = "DT", .data_section = std::string(payload)});
-}
-
-MdfBuilder::Handle MdfBuilder::signalData(std::string_view payload) {
-  return add({.code = "SD", .data_section = std::string(payload)});
 }
 
 MdfBuilder::Handle MdfBuilder::block(std::string_view code, const std::vector<Handle>& links,
@@ -136,11 +126,9 @@ MdfBuilder::Handle MdfBuilder::raw(std::string_view bytes) {
 }
 
 MdfBuilder::Handle MdfBuilder::offset(std::uint64_t value) {
-  Entry entry;
-  entry.offset = value;
-  laid_out_ = false;
-  entries_.push_back(std::move(entry));
-  return static_cast<Handle>(entries_.size() - 1);
+  Handle handle = add({.offset = value});
+  entries_.back().has_content = false;
+  return handle;
 }
 
 void MdfBuilder::setLink(Handle block, std::size_t index, Handle target) {
@@ -212,28 +200,19 @@ std::string MdfBuilder::bytes() {
     if (e.has_content) end = std::max(end, e.resolved + sizeOf(e));
   }
   std::string out(end, '\0');
-  std::string id;
   bool finalized = id_.standard_flags == 0 && id_.custom_flags == 0;
-  id += id_.file_id.empty() ? std::string(finalized ? "MDF     " : "UnFinMF ") : id_.file_id.substr(0, 8);
-  id.resize(8, '\0');
-  id += fixedText(id_.version_text);
-  id += fixedText(id_.program_id);
-  id.append(4, '\0');
-  put(id, id_.version_number);
-  id.append(30, '\0');
-  put(id, id_.standard_flags);
-  put(id, id_.custom_flags);
-  out.replace(0, 64, id);
+  std::string file_id = id_.file_id.empty() ? std::string(finalized ? "MDF     " : "UnFinMF ") : id_.file_id.substr(0, 8);
+  file_id.resize(8, '\0');
+  out.replace(0, 64, file_id + fixedText(id_.version_text) + fixedText(id_.program_id) + std::string(4, '\0') +
+                         bytesOf(id_.version_number) + std::string(30, '\0') +
+                         bytesOf(id_.standard_flags, id_.custom_flags));
   for (const Entry& e : entries_) {
     if (!e.has_content) continue;
     std::string block;
     if (e.is_raw) {
       block = e.data_section;
     } else {
-      block = "##" + e.code;
-      block.append(4, '\0');
-      put(block, e.length.value_or(sizeOf(e)));
-      put(block, static_cast<std::uint64_t>(e.links.size()));
+      block = "##" + e.code + std::string(4, '\0') + bytesOf(e.length.value_or(sizeOf(e)), std::uint64_t{e.links.size()});
       for (Handle link : e.links) put(block, offsetOf(link));
       block += e.data_section;
     }

@@ -97,8 +97,7 @@ class MdfBuilder {
   Handle metadata(std::string_view xml);
   // TX block whose data section is exactly these bytes (no terminator added).
   Handle textBytes(std::string_view bytes);
-  Handle data(std::string_view payload);        // DT
-  Handle signalData(std::string_view payload);  // SD
+  Handle data(std::string_view payload);  // DT
   // Any block: "##" + the two-letter code, links and data section as given.
   Handle block(std::string_view code, const std::vector<Handle>& links, std::string_view data_section);
   // Bytes written as they are (an unknown block, a truncated block, ...).
