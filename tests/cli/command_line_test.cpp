@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/cli/program_folder.h"
-#include "tests/support/text_shape.h"
 
 namespace qm::test {
 namespace {
@@ -85,11 +84,7 @@ TEST_F(CommandLine, VerbosityFiveShowsWhatFourShows) {
   EXPECT_EQ(four.status, 1);
   EXPECT_EQ(five.status, 1);
   EXPECT_NE(four.err.find(" W Could not find input file/folder missing.MF4\n"), std::string::npos) << four.err;
-  // Same lines apart from the time stamps and ids.
-  auto messages = [](const std::string& err) {
-    return test::replacedAll(err, R"((^|\n)\d\d-\d\d [\d:.]+ +\d+ +\d+ )", "$1");
-  };
-  EXPECT_EQ(messages(four.err), messages(five.err));
+  EXPECT_EQ(withoutLogPrefixes(four.err), withoutLogPrefixes(five.err));  // apart from times and ids
 }
 
 TEST_F(CommandLine, DashIIsAcceptedAndDoesNothing) {

@@ -36,14 +36,11 @@ void writeMixedFolder(const TempDir& dir) {
   writeFile(dir / "logs/notes.txt", "not a log");
 }
 
-// The log lines without their time stamp and thread id, in a fixed order.
-std::vector<std::string> logLines(const std::string& err) {
+// The log lines without their time stamps and ids, in a fixed order.
+std::vector<std::string> sortedLogLines(const std::string& err) {
   std::vector<std::string> lines;
-  std::istringstream in(err);
-  for (std::string line; std::getline(in, line);) {
-    // "MM-DD hh:mm:ss.mmm ppppp ttttt L message": the level letter and message stay.
-    lines.push_back(line.size() > 31 ? line.substr(31) : line);
-  }
+  std::istringstream in(withoutLogPrefixes(err));
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
   std::sort(lines.begin(), lines.end());
   return lines;
 }
@@ -72,7 +69,7 @@ TEST_P(Jobs, SeveralJobsGiveWhatOneAtATimeGives) {
   EXPECT_EQ(one.run.status, 1) << "the damaged, locked and twin inputs fail";
   EXPECT_EQ(four.run.status, one.run.status);
   EXPECT_EQ(four.run.out, one.run.out);
-  EXPECT_EQ(logLines(four.run.err), logLines(one.run.err));
+  EXPECT_EQ(sortedLogLines(four.run.err), sortedLogLines(one.run.err));
   ASSERT_EQ(four.files.size(), one.files.size());
   for (const auto& [name, bytes] : one.files) {
     auto other = four.files.find(name);

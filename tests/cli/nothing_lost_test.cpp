@@ -179,23 +179,6 @@ TEST_F(NothingLost, DamagedStretchIsReportedAndItsInputKept) {
   }
 }
 
-TEST_F(NothingLost, UnreadableFolderFailsTheRunAndTheRestIsConverted) {
-  const std::string log = generated("a.MF4", "100k", 1);
-  put("logs/locked/b.MF4", log);
-  put("logs/ok/a.MF4", log);
-  if (auto skip = prepareOrdinaryUser()) GTEST_SKIP() << *skip;
-  lock("logs/locked", 0);
-
-  ProgramRun whole = runAsOrdinaryUser({"logs"});
-  EXPECT_EQ(whole.status, 1);
-  EXPECT_TRUE(hasError(whole.err, "Could not list folder logs/locked: Permission denied")) << whole.err;
-  EXPECT_TRUE(exists("logs_out/ok/a_fin.MF4"));
-
-  ProgramRun alone = runAsOrdinaryUser({"logs/locked"});
-  EXPECT_EQ(alone.status, 1) << alone.err;
-  EXPECT_NE(alone.err.find(" E Could not list folder "), std::string::npos) << alone.err;
-}
-
 TEST_F(NothingLost, WalkNeverEntersItsOwnOutputFolder) {
   put("logs/a.MF4", generated("a.MF4", "100k", 1));
   put("logs/sub/b.MF4", generated("b.MF4", "100k", 2));
@@ -251,13 +234,26 @@ TEST_F(NothingLost, FailuresSayWhy) {
   }
 }
 
-TEST_F(NothingLost, RefusedFileAccessSaysWhy) {
+// A folder that cannot be listed, an input that cannot be read and one that cannot be removed:
+// each is said with its reason, and the rest is converted.
+TEST_F(NothingLost, RefusedAccessSaysWhyAndTheRestIsConverted) {
   const std::string log = generated("a.MF4", "100k", 1);
+  put("unlisted/logs/locked/b.MF4", log);
+  put("unlisted/logs/ok/a.MF4", log);
   put("unreadable/logs/a.MF4", log);
   put("unwritable/logs/ro/a.MF4", log);
   if (auto skip = prepareOrdinaryUser()) GTEST_SKIP() << *skip;
+  lock("unlisted/logs/locked", 0);
   lock("unreadable/logs/a.MF4", 0);
   lock("unwritable/logs/ro", 0555);
+
+  ProgramRun whole = runAsOrdinaryUser({"logs"}, "unlisted");
+  EXPECT_EQ(whole.status, 1);
+  EXPECT_TRUE(hasError(whole.err, "Could not list folder logs/locked: Permission denied")) << whole.err;
+  EXPECT_TRUE(exists("unlisted/logs_out/ok/a_fin.MF4"));
+  ProgramRun alone = runAsOrdinaryUser({"logs/locked"}, "unlisted");
+  EXPECT_EQ(alone.status, 1) << alone.err;
+  EXPECT_NE(alone.err.find(" E Could not list folder "), std::string::npos) << alone.err;
 
   ProgramRun unopened = runAsOrdinaryUser({"-d", "logs"}, "unreadable");
   EXPECT_EQ(unopened.status, 1);

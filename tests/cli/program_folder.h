@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/run_program.h"
+#include "tests/support/text_shape.h"
 #include "tools/mdfgen/byte_source.h"
 #include "tools/mdfgen/mdf_verifier.h"
 
@@ -49,6 +50,11 @@ inline std::size_t occurrences(const std::string& text, const std::string& part)
 // tests can check the order of messages.
 inline std::size_t errorAt(const std::string& err, const std::string& message) { return err.find(" E " + message + "\n"); }
 inline bool hasError(const std::string& err, const std::string& message) { return errorAt(err, message) != std::string::npos; }
+
+// The log lines of `err` without their time stamps and ids; the level letters stay.
+inline std::string withoutLogPrefixes(const std::string& err) {
+  return replacedAll(err, R"((^|\n)\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+ )", "$1");
+}
 
 // Whether the checker takes the file for a sound MDF4 file; every problem it finds fails the test.
 inline bool verifiesMdf(const std::string& path) {

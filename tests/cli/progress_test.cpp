@@ -2,7 +2,6 @@
 // it and a summary at the end; and for scripts, not one byte more than before.
 #include <gtest/gtest.h>
 
-#include <sstream>
 
 #include "tests/cli/program_folder.h"
 #include "tests/support/logger_files.h"
@@ -30,20 +29,6 @@ const std::string kErrorLines = "E logs/broken.MF4: not an MDF4 file\nE Error du
 const std::string kInfoLines = "W Failed to open password file at passwords.json\nI ls: logs\n" + kErrorLines +
                                "I ls: logs/sub\n";
 
-// A log line without its "MM-DD hh:mm:ss.mmm ppppp ttttt " prefix; the level letter stays.
-std::string withoutPrefix(const std::string& line) {
-  std::size_t length = test::shapedPrefixLength(line, R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [ \d]{4}\d+ [ \d]{4}\d+ )");
-  EXPECT_NE(length, std::string::npos) << line;
-  return length == std::string::npos ? line : line.substr(length);
-}
-
-std::string strippedLines(const std::string& err) {
-  std::string out;
-  std::istringstream in(err);
-  for (std::string line; std::getline(in, line);) out += withoutPrefix(line) + "\n";
-  return out;
-}
-
 // The terminal's bytes taken apart at each "carriage return, clear line".
 struct Screen {
   std::vector<std::string> status_lines;
@@ -68,7 +53,7 @@ Screen readScreen(const std::string& bytes) {
     } else if (first || newline == segment.size() - 1) {
       // Before the display starts, lines of the command line's own may come several at a time.
       if (segment.back() != '\n') screen.mixed = true;
-      screen.log += strippedLines(segment);
+      screen.log += withoutLogPrefixes(segment);
     } else {
       screen.mixed = true;
     }
@@ -116,7 +101,7 @@ TEST_F(Progress, TerminalShowsStatusLinesWithLogLinesAboveAndASummary) {
   TempDir plain_dir;
   writeFolder(plain_dir);
   ProgramRun plain = runProgram(QM_BINARY, {"--verbosity=3", "logs"}, plain_dir.path().string());
-  EXPECT_EQ(screen.log, strippedLines(plain.err));
+  EXPECT_EQ(screen.log, withoutLogPrefixes(plain.err));
 }
 
 TEST_F(Progress, NonInteractiveOnATerminalPrintsOnlyTheLogLines) {
@@ -125,7 +110,7 @@ TEST_F(Progress, NonInteractiveOnATerminalPrintsOnlyTheLogLines) {
   EXPECT_EQ(terminal.status, 1);
   EXPECT_EQ(terminal.screen.find('\r'), std::string::npos);
   EXPECT_EQ(terminal.screen.find('\033'), std::string::npos);
-  EXPECT_EQ(strippedLines(terminal.screen), kInfoLines);
+  EXPECT_EQ(withoutLogPrefixes(terminal.screen), kInfoLines);
 }
 
 TEST_F(Progress, SeveralJobsCountTheWorkOfEveryWorker) {
@@ -156,8 +141,8 @@ TEST_P(ProgressWithoutTerminal, StandardErrorIsUnchanged) {
   EXPECT_EQ(non_interactive.status, 1);
   EXPECT_EQ(plain.out, "");
   EXPECT_EQ(non_interactive.out, "");
-  EXPECT_EQ(strippedLines(plain.err), expected);
-  EXPECT_EQ(strippedLines(non_interactive.err), expected);
+  EXPECT_EQ(withoutLogPrefixes(plain.err), expected);
+  EXPECT_EQ(withoutLogPrefixes(non_interactive.err), expected);
   EXPECT_EQ(plain.err.find('\r'), std::string::npos);
   EXPECT_EQ(readFile(plain_dir / "logs_out/sub/c_fin.MF4"), readFile(non_interactive_dir / "logs_out/sub/c_fin.MF4"));
 }
