@@ -35,7 +35,7 @@ TEST(StatusLine, ShowsTheFiguresAndTheFileWithTotalsNeverBelowWhatIsDone) {
     std::string line;
   } cases[] = {
       {"halfway", halfway("logs/a.MF4"), 80, figures + ", logs/a.MF4"},
-      {"no estimate before anything is done", {.files_total = 3, .bytes_total = 1536}, 80,
+      {"no estimate before anything is done", {.files_total = 3, .bytes_total = 1536, .current_file = ""}, 80,
        "0/3 files, 0 B/1.5 KiB, 0 B/s, --:-- left"},
       {"files that appeared after counting", halfway("", 0, 1, kMiB), 80, "2/2 files, 2.0 MiB/2.0 MiB, 1.0 MiB/s, 0:00 left"},
       {"lossy files count as done", halfway("", 2), 80, "4/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left"},
@@ -60,20 +60,18 @@ TEST(StatusLine, LongNameKeepsItsEndAndTheLineFitsTheTerminal) {
 }
 
 TEST(StatusLine, NarrowTerminalDropsWholeFieldsFromTheEnd) {
-  // The figures take 48 columns; the name needs a separator and 12 columns of its own.
+  // The figures take 48 columns; the name needs a separator and 12 columns of its own. Each
+  // field is seen on both sides of the width where it goes.
   const struct {
     int width;
     std::string_view line;
   } kCases[] = {
-      {100, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, logs/2023/06/trip_0042.MF4"},
       {77, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, logs/2023/06/trip_0042.MF4"},
       {76, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, .../2023/06/trip_0042.MF4"},
       {63, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left, ..._0042.MF4"},
       {62, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left"},
-      {60, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left"},
       {49, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s, 0:02 left"},
       {48, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s"},
-      {40, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s"},
       {38, "2/4 files, 2.0 MiB/4.0 MiB, 1.0 MiB/s"},
       {37, "2/4 files, 2.0 MiB/4.0 MiB"},
       {27, "2/4 files, 2.0 MiB/4.0 MiB"},
@@ -104,21 +102,20 @@ TEST(StatusLine, MultiByteNamesAreCutBetweenCharactersAndCountedByColumns) {
 }
 
 TEST(SummaryLine, CountsFilesBytesAndTimeWithLossyFilesOnlyWhenThereAreAny) {
-  constexpr std::uint64_t k1_2GiB = 1288490189;
-  const struct {
-    ProgressSnapshot snapshot;
-    const char* line;
-  } cases[] = {
-      {{.files_converted = 47, .files_failed = 2, .bytes_converted = k1_2GiB, .elapsed_seconds = 12.34},
-       "Converted 47 files, 2 failed, 0 skipped, 1.2 GiB in 12.3 s"},
-      {{.files_converted = 1, .files_skipped = 3, .bytes_converted = 10, .elapsed_seconds = 3725},
-       "Converted 1 file, 0 failed, 3 skipped, 10 B in 1h 02m 05s"},
-      {{.files_converted = 45, .files_lossy = 2, .files_failed = 2, .bytes_converted = k1_2GiB, .elapsed_seconds = 12.34},
-       "Converted 45 files, 2 converted with losses, 2 failed, 0 skipped, 1.2 GiB in 12.3 s"},
-      {{.files_lossy = 1, .files_failed = 2, .bytes_converted = k1_2GiB, .elapsed_seconds = 12.34},
-       "Converted 0 files, 1 converted with losses, 2 failed, 0 skipped, 1.2 GiB in 12.3 s"},
+  // Files converted, converted with losses, failed and skipped; bytes converted; seconds.
+  auto finished = [](std::int64_t converted, std::int64_t lossy, std::int64_t failed, std::int64_t skipped,
+                     std::uint64_t bytes, double seconds) {
+    return summaryLine({.files_converted = converted, .files_lossy = lossy, .files_failed = failed,
+                        .files_skipped = skipped, .bytes_converted = bytes, .elapsed_seconds = seconds,
+                        .current_file = ""});
   };
-  for (const auto& c : cases) EXPECT_EQ(summaryLine(c.snapshot), c.line);
+  constexpr std::uint64_t k1_2GiB = 1288490189;
+  EXPECT_EQ(finished(47, 0, 2, 0, k1_2GiB, 12.34), "Converted 47 files, 2 failed, 0 skipped, 1.2 GiB in 12.3 s");
+  EXPECT_EQ(finished(1, 0, 0, 3, 10, 3725), "Converted 1 file, 0 failed, 3 skipped, 10 B in 1h 02m 05s");
+  EXPECT_EQ(finished(45, 2, 2, 0, k1_2GiB, 12.34),
+            "Converted 45 files, 2 converted with losses, 2 failed, 0 skipped, 1.2 GiB in 12.3 s");
+  EXPECT_EQ(finished(0, 1, 2, 0, k1_2GiB, 12.34),
+            "Converted 0 files, 1 converted with losses, 2 failed, 0 skipped, 1.2 GiB in 12.3 s");
 }
 
 TEST(ProgressFigures, BytesTimeLeftAndElapsed) {

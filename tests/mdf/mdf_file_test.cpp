@@ -63,29 +63,6 @@ TEST(MdfFileSave, PlacesBlocksDepthFirstAndReversesChains) {
   EXPECT_GT(linkAt(out, 64, 5), first_fh);  // the comment comes after both lists
 }
 
-TEST(MdfFileSave, FileIdFollowsTheFlags) {
-  struct Case {
-    const char* file_id;
-    std::uint16_t standard, custom;
-    const char* written;
-  };
-  for (const Case& c : {Case{"UnFinMF ", 0, 0, "MDF     "}, Case{"MDF     ", 0, 1, "UnFinMF "},
-                        Case{"UnFinMF ", 4, 0, "UnFinMF "}, Case{"MDF     ", 0, 0, "MDF     "}}) {
-    B b;
-    b.id({.file_id = c.file_id, .standard_flags = c.standard, .custom_flags = c.custom});
-    b.header({});
-    std::string out = resaved(b);
-    ASSERT_FALSE(out.empty()) << c.file_id;
-    EXPECT_EQ(out.substr(0, 24), std::string(c.written) + "4.10    qmtest  ") << c.file_id;
-    EXPECT_EQ(readU16At(out, 28), 410u);
-    EXPECT_EQ(readU16At(out, 60), c.standard);
-    EXPECT_EQ(readU16At(out, 62), c.custom);
-    // Header without data groups and file history: both links 0.
-    EXPECT_EQ(linkAt(out, 64, 0), 0u);
-    EXPECT_EQ(linkAt(out, 64, 1), 0u);
-  }
-}
-
 TEST(MdfFileSave, GapsAndReservedFieldsAreNeverWritten) {
   B b;
   auto dt = b.data("0123456789abc");  // 13 bytes: length 37

@@ -10,12 +10,6 @@
 namespace qm {
 namespace {
 
-std::string bytesOfSize(std::size_t size) {
-  std::string out(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<char>((i * 2654435761u) >> 13);
-  return out;
-}
-
 // Hands out at most a few bytes per read, the way a stream that gathers pieces may.
 class TrickleStream : public MemoryStream {
  public:
@@ -41,7 +35,7 @@ TEST(OverlappedCopy, SmallAndLargeCopiesGiveTheSameBytes) {
   // Below and above the size from which the writing moves to a second thread.
   for (std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{5000}, std::size_t{20} << 20}) {
     SCOPED_TRACE("size " + std::to_string(size));
-    std::string data = bytesOfSize(size);
+    std::string data = test::patternBytes(size);
     auto source = test::memoryStreamOf(data);
     test::ByteStream target("head");
     target.seek(4, kSeekSet);
@@ -51,7 +45,7 @@ TEST(OverlappedCopy, SmallAndLargeCopiesGiveTheSameBytes) {
 }
 
 TEST(OverlappedCopy, ShortReadsAreCollectedUntilTheSizeIsReached) {
-  std::string data = bytesOfSize(9 << 20);
+  std::string data = test::patternBytes(9 << 20);
   TrickleStream source;
   source.write(data.data(), data.size());
   source.seek(0, kSeekSet);
@@ -61,7 +55,7 @@ TEST(OverlappedCopy, ShortReadsAreCollectedUntilTheSizeIsReached) {
 }
 
 TEST(OverlappedCopy, AShortSourceOrAFullTargetFails) {
-  std::string data = bytesOfSize(12 << 20);
+  std::string data = test::patternBytes(12 << 20);
   for (std::size_t size : {std::size_t{100}, data.size()}) {
     auto short_source = test::memoryStreamOf(data.substr(0, size - 1));
     test::ByteStream target;
