@@ -46,7 +46,7 @@ struct GroupRecords {
   std::vector<bool> outside;             // wholly outside every damaged stretch
 };
 
-const GroupSpec* specOf(std::uint64_t record_id) {
+const GroupSpec* loggedGroupOf(std::uint64_t record_id) {
   for (const GroupSpec& logged : loggedGroups()) {
     if (logged.record_id == record_id) return &logged;
   }
@@ -77,7 +77,7 @@ std::map<std::uint64_t, std::vector<InputRecord>> inputRecords(const std::string
                                                                 std::uint64_t end) {
   std::map<std::uint64_t, std::vector<InputRecord>> records;
   for (std::uint64_t at = start; at < end;) {
-    const GroupSpec* logged = specOf(static_cast<unsigned char>(clean[at]));
+    const GroupSpec* logged = loggedGroupOf(static_cast<unsigned char>(clean[at]));
     if (logged == nullptr) break;  // the blocks behind the data
     std::uint64_t payload = logged->variable_length ? 4 + test::littleEndianAt(clean, at + 1, 4) : logged->data_bytes;
     if (at + 1 + payload > end) break;  // torn
@@ -122,7 +122,7 @@ std::map<std::uint64_t, GroupRecords> expectedRecords(const std::string& clean, 
   }
   std::map<std::uint64_t, GroupRecords> expected;
   for (const auto& [id, list] : records) {
-    const GroupSpec& logged = *specOf(id);
+    const GroupSpec& logged = *loggedGroupOf(id);
     const int reference = referenceOffset(logged);
     GroupRecords& group = expected[id];
     for (const InputRecord& record : list) {
@@ -146,7 +146,7 @@ std::map<std::uint64_t, std::vector<std::string>> outputRecords(const std::strin
   if (!file.file) return output;
   for (std::size_t g = 0; g < file.groupCount(); ++g) {
     const ChannelGroupBlock* channel_group = test::channelGroup(file.group(g));
-    const GroupSpec* logged = specOf(channel_group->record_id);
+    const GroupSpec* logged = loggedGroupOf(channel_group->record_id);
     if (logged == nullptr || logged->data_bytes == 0) continue;
     std::string data = test::payloadOf(file.group(g)->data);
     std::map<std::uint64_t, std::string> values;
@@ -183,7 +183,7 @@ std::map<std::uint64_t, std::vector<bool>> compare(const std::map<std::uint64_t,
     for (bool outside : group.outside) tally.outside += outside;
     auto found = output.find(id);
     if (found == output.end()) continue;
-    const bool frames = referenceOffset(*specOf(id)) >= 0;
+    const bool frames = referenceOffset(*loggedGroupOf(id)) >= 0;
     std::size_t next = 0;
     for (const std::string& record : found->second) {
       std::size_t i = next;

@@ -34,10 +34,10 @@ Tree treeOf(OpenedFile opened) {
 }
 
 // A file with one data group, one channel group and one channel (each optional part given).
-Tree loadTree(B& b, B::ChannelGroupSpec cg_spec, B::ChannelSpec cn_spec, B::HeaderSpec hd_spec = {}) {
-  cg_spec.first_channel = b.channel(cn_spec);
-  hd_spec.first_data_group = b.dataGroup({.first_channel_group = b.channelGroup(cg_spec), .record_id_size = 2});
-  b.header(hd_spec);
+Tree loadTree(B& b, B::ChannelGroupSpec cg_fields, B::ChannelSpec cn_fields, B::HeaderSpec hd_fields = {}) {
+  cg_fields.first_channel = b.channel(cn_fields);
+  hd_fields.first_data_group = b.dataGroup({.first_channel_group = b.channelGroup(cg_fields), .record_id_size = 2});
+  b.header(hd_fields);
   return treeOf(openBytes(b.bytes()));
 }
 
