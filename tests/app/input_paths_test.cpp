@@ -6,42 +6,27 @@
 namespace qm {
 namespace {
 
-InputList listOf(std::vector<std::string_view> arguments, bool* ok) {
-  InputList list;
-  *ok = computeInputList(arguments, "/home/u/logs", list);
-  return list;
-}
-
-TEST(InputList, FilesAndFoldersInOneDirectoryShareItsRoot) {
-  bool ok = false;
-  InputList list = listOf({"a.MF4", "sub", "/home/u/logs/b.mfe"}, &ok);
-  ASSERT_TRUE(ok);
-  EXPECT_EQ(list.common_root, "/home/u/logs");
-  ASSERT_EQ(list.inputs.size(), 3u);
-  EXPECT_EQ(list.inputs[0], "a.MF4");
-  EXPECT_EQ(list.inputs[1], "sub");
-  EXPECT_EQ(list.inputs[2], "b.mfe");
-}
-
-TEST(InputList, TrailingSeparatorsAndBackslashesAreNormalised) {
-  bool ok = false;
-  InputList list = listOf({"logs/", "other\\", "x//y"}, &ok);
-  EXPECT_FALSE(ok);  // x/y lies one level deeper
-  list = listOf({"logs/", "other\\"}, &ok);
-  ASSERT_TRUE(ok);
-  EXPECT_EQ(list.inputs[0], "logs");
-  EXPECT_EQ(list.inputs[1], "other");
-}
-
-TEST(InputList, DifferentParentsAreRejectedLiterally) {
-  bool ok = true;
-  listOf({"d/a.MF4", "d/sub/b.MF4"}, &ok);
-  EXPECT_FALSE(ok);
-  // "./" is not removed, so these two do not share a parent.
-  listOf({"./a.MF4", "b.MF4"}, &ok);
-  EXPECT_FALSE(ok);
-  listOf({"d/a.MF4", "d/b"}, &ok);
-  EXPECT_TRUE(ok);
+// Every argument must lie directly in one directory, compared as written once normalised.
+TEST(InputList, InputsInOneDirectoryShareItsRootOthersAreRefused) {
+  const struct {
+    std::vector<std::string_view> arguments;
+    std::vector<std::string> inputs;  // none: refused
+    std::string root;
+  } cases[] = {
+      {{"a.MF4", "sub", "/home/u/logs/b.mfe"}, {"a.MF4", "sub", "b.mfe"}, "/home/u/logs"},
+      {{"logs/", "other\\"}, {"logs", "other"}, "/home/u/logs"},  // trailing separators, backslashes
+      {{"d/a.MF4", "d/b"}, {"a.MF4", "b"}, "/home/u/logs/d"},
+      {{"logs/", "other\\", "x//y"}, {}, ""},  // x/y lies one level deeper
+      {{"d/a.MF4", "d/sub/b.MF4"}, {}, ""},
+      {{"./a.MF4", "b.MF4"}, {}, ""},  // "./" is not removed, so these two do not share a parent
+  };
+  for (const auto& c : cases) {
+    InputList list;
+    ASSERT_EQ(computeInputList(c.arguments, "/home/u/logs", list), !c.inputs.empty()) << c.arguments[0];
+    if (c.inputs.empty()) continue;
+    EXPECT_EQ(list.common_root, c.root.c_str());
+    EXPECT_EQ(std::vector<std::string>(list.inputs.begin(), list.inputs.end()), c.inputs);
+  }
 }
 
 TEST(InputList, NormalizeHandlesTheOddCases) {
@@ -105,14 +90,8 @@ TEST(InputList, InputsInADriveRootOrAShareShareThatRoot) {
 }
 
 TEST(InputWalk, AcceptsOnlyTheLoggerExtensions) {
-  EXPECT_TRUE(acceptFileName("x.MF4"));
-  EXPECT_TRUE(acceptFileName("dir.v2/x.mfe"));
-  EXPECT_TRUE(acceptFileName("x.MfC"));
-  EXPECT_TRUE(acceptFileName("x.mfm"));
-  EXPECT_FALSE(acceptFileName("x.mf"));
-  EXPECT_FALSE(acceptFileName("x.mf4x"));
-  EXPECT_FALSE(acceptFileName("mf4"));
-  EXPECT_FALSE(acceptFileName("notes.txt"));
+  for (const char* name : {"x.MF4", "dir.v2/x.mfe", "x.MfC", "x.mfm"}) EXPECT_TRUE(acceptFileName(name)) << name;
+  for (const char* name : {"x.mf", "x.mf4x", "mf4", "notes.txt"}) EXPECT_FALSE(acceptFileName(name)) << name;
 }
 
 TEST(InputWalk, FolderOutputNamesGetTheSuffixBeforeTheirFirstSeparator) {

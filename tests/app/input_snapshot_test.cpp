@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 
 #include "tests/support/temp_dir.h"
 
@@ -31,25 +32,18 @@ TEST_F(InputSnapshotTest, AnUntouchedInputIsUnchanged) {
 // A logger still writing, a copy cut short, a file put in its place with the same size, a
 // file removed: each is a change.
 TEST_F(InputSnapshotTest, GrowingShrinkingReplacedOrRemovedInputsChanged) {
-  {
+  const std::function<void()> changes[] = {
+      [&] { test::writeFile(dir_ / "a.MF4", "unfinalized bytes and more"); },
+      [&] { std::filesystem::resize_file(dir_ / "a.MF4", 4); },
+      [&] {
+        test::writeFile(dir_ / "b.MF4", "abcd");
+        ASSERT_EQ(std::rename((dir_ / "b.MF4").c_str(), (dir_ / "a.MF4").c_str()), 0);
+      },
+      [&] { std::filesystem::remove(dir_ / "a.MF4"); },
+  };
+  for (const auto& change : changes) {
     InputSnapshot snapshot(*root_, "a.MF4");
-    test::writeFile(dir_ / "a.MF4", "unfinalized bytes and more");
-    EXPECT_TRUE(snapshot.changed());
-  }
-  {
-    InputSnapshot snapshot(*root_, "a.MF4");
-    std::filesystem::resize_file(dir_ / "a.MF4", 4);
-    EXPECT_TRUE(snapshot.changed());
-  }
-  {
-    InputSnapshot snapshot(*root_, "a.MF4");
-    test::writeFile(dir_ / "b.MF4", "abcd");
-    ASSERT_EQ(std::rename((dir_ / "b.MF4").c_str(), (dir_ / "a.MF4").c_str()), 0);
-    EXPECT_TRUE(snapshot.changed());
-  }
-  {
-    InputSnapshot snapshot(*root_, "a.MF4");
-    std::filesystem::remove(dir_ / "a.MF4");
+    change();
     EXPECT_TRUE(snapshot.changed());
   }
 }

@@ -7,19 +7,16 @@
 namespace qm {
 namespace {
 
-TEST(SmallString, TwentyTwoCharactersStayInline) {
+TEST(SmallString, TwentyTwoCharactersStayInlineTwentyThreeGoToTheHeapWithExactCapacity) {
   SmallString s(std::string_view("abcdefghijklmnopqrstuv"));
   EXPECT_TRUE(s.isInline());
   EXPECT_EQ(s.size(), 22u);
   EXPECT_EQ(s.capacity(), 22u);
   EXPECT_EQ(s.c_str()[22], '\0');
-}
-
-TEST(SmallString, TwentyThreeCharactersGoToTheHeapWithExactCapacity) {
-  SmallString s(std::string_view("abcdefghijklmnopqrstuvw"));
-  EXPECT_FALSE(s.isInline());
-  EXPECT_EQ(s.capacity(), 23u);
-  EXPECT_EQ(s.view(), "abcdefghijklmnopqrstuvw");
+  SmallString heap(std::string_view("abcdefghijklmnopqrstuvw"));
+  EXPECT_FALSE(heap.isInline());
+  EXPECT_EQ(heap.capacity(), 23u);
+  EXPECT_EQ(heap.view(), "abcdefghijklmnopqrstuvw");
 }
 
 TEST(SmallString, AppendingPastInlineReservesWithGrowth) {

@@ -12,9 +12,7 @@
 #include <random>
 #include <thread>
 
-#include "tests/support/run_program.h"
-#include "tools/mdfgen/byte_source.h"
-#include "tools/mdfgen/mdf_verifier.h"
+#include "tests/cli/program_folder.h"
 
 namespace qm::test {
 namespace {
@@ -34,13 +32,6 @@ fs::path fastTemporaryFolder() {
 
 std::string inputName(int i) { return "f" + std::to_string(i) + (i % 3 == 0 ? ".MFC" : ".MF4"); }
 std::string outputName(int i) { return "f" + std::to_string(i) + "_fin.MF4"; }
-
-// Checked in this process: hundreds of checks each started as a program of their own took most
-// of these tests' time under the sanitizers.
-bool verifies(const fs::path& file) {
-  std::unique_ptr<FileSource> source = FileSource::open(file.string());
-  return source && verifyMdfFile(*source).ok();
-}
 
 class CrashSafety : public ::testing::Test {
  protected:
@@ -77,7 +68,7 @@ class CrashSafety : public ::testing::Test {
     if (!fs::exists(outputs())) return;
     for (const auto& entry : fs::directory_iterator(outputs())) {
       if (entry.path().extension() == ".MF4") {
-        EXPECT_TRUE(verifies(entry.path())) << entry.path() << " is partial";
+        EXPECT_TRUE(verifiesMdf(entry.path().string())) << entry.path() << " is partial";
       }
     }
   }
@@ -95,7 +86,7 @@ class CrashSafety : public ::testing::Test {
       EXPECT_FALSE(fs::exists(inputs() / inputName(i)));
       EXPECT_TRUE(fs::exists(outputs() / outputName(i))) << outputName(i);
     }
-    for (int i : converted_now) EXPECT_TRUE(verifies(outputs() / outputName(i))) << outputName(i);
+    for (int i : converted_now) EXPECT_TRUE(verifiesMdf((outputs() / outputName(i)).string())) << outputName(i);
     expectNoTemporaryFile();
   }
 
@@ -107,66 +98,50 @@ class CrashSafety : public ::testing::Test {
     return remaining;
   }
 
+  // Stops runs at random moments within the time a whole run takes, by each signal in turn, and
+  // lets the next run finish the work each time.
+  void stopAtRandomMoments(const std::vector<int>& signals, const std::vector<std::string>& options, unsigned seed,
+                           int runs) {
+    freshInputs();
+    const std::vector<int> all = remainingInputs();
+    auto began = std::chrono::steady_clock::now();
+    ASSERT_EQ(start(options).wait().status, 0);
+    auto whole_run = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began);
+    expectAllConverted(all);
+
+    std::mt19937 random(static_cast<unsigned>(environmentNumber("QM_CRASH_SEED", static_cast<int>(seed))));
+    std::uniform_int_distribution<long> moment(0, whole_run.count());
+    runs = environmentNumber("QM_CRASH_RUNS", runs);
+    for (int run = 0; run < runs && !HasFailure(); ++run) {
+      const int stop = signals[static_cast<std::size_t>(run) % signals.size()];
+      SCOPED_TRACE("stop " + std::to_string(run) + " by signal " + std::to_string(stop));
+      freshInputs();
+      ProgramProcess stopped = start(options);
+      std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
+      kill(stopped.pid(), stop);
+      ProgramRun ended = stopped.wait();
+      EXPECT_TRUE(ended.status == 1000 + stop || ended.status == 0) << ended.status;
+      expectNothingLost();
+      if (stop != SIGKILL) expectNoTemporaryFile();
+      std::vector<int> remaining = remainingInputs();
+      ProgramRun second = start().wait();
+      EXPECT_EQ(second.status, 0) << second.err;
+      expectAllConverted(remaining);
+    }
+  }
+
   TempDir dir_{fastTemporaryFolder()};
 };
 
 TEST_F(CrashSafety, KilledAtAnyMomentARunLosesNothingAndTheNextOneFinishes) {
-  freshInputs();
-  auto began = std::chrono::steady_clock::now();
-  std::vector<int> all = remainingInputs();
-  ASSERT_EQ(start().wait().status, 0);
-  auto whole_run = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began);
-  expectAllConverted(all);
-
-  std::mt19937 random(static_cast<unsigned>(environmentNumber("QM_CRASH_SEED", 20261122)));
-  std::uniform_int_distribution<long> moment(0, whole_run.count());
-  const int runs = environmentNumber("QM_CRASH_RUNS", 30);
-  for (int run = 0; run < runs && !HasFailure(); ++run) {
-    SCOPED_TRACE("kill " + std::to_string(run));
-    freshInputs();
-    {
-      ProgramProcess killed = start();
-      std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
-      kill(killed.pid(), SIGKILL);
-      killed.wait();
-    }
-    expectNothingLost();
-    std::vector<int> remaining = remainingInputs();
-    ProgramRun second = start().wait();
-    EXPECT_EQ(second.status, 0) << second.err;
-    expectAllConverted(remaining);
-  }
+  stopAtRandomMoments({SIGKILL}, {}, 20261122, 30);
 }
 
 // Ctrl-C, a batch system's time limit or a closed terminal: a run stopped so, while it converts
 // two files at a time, removes the temporary files of those still running, still ends of that
 // signal, loses nothing, and the next run finishes the work.
 TEST_F(CrashSafety, StoppedByASignalAtAnyMomentARunLeavesNoTemporaryFile) {
-  freshInputs();
-  auto began = std::chrono::steady_clock::now();
-  ASSERT_EQ(start({"-j", "2"}).wait().status, 0);
-  auto whole_run = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began);
-
-  std::mt19937 random(static_cast<unsigned>(environmentNumber("QM_CRASH_SEED", 20261123)));
-  std::uniform_int_distribution<long> moment(0, whole_run.count());
-  const int stops[] = {SIGINT, SIGTERM, SIGHUP};
-  const int runs = environmentNumber("QM_CRASH_RUNS", 12);
-  for (int run = 0; run < runs && !HasFailure(); ++run) {
-    const int stop = stops[run % 3];
-    SCOPED_TRACE("stop " + std::to_string(run) + " by signal " + std::to_string(stop));
-    freshInputs();
-    ProgramProcess stopped = start({"-j", "2"});
-    std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
-    kill(stopped.pid(), stop);
-    ProgramRun ended = stopped.wait();
-    EXPECT_TRUE(ended.status == 1000 + stop || ended.status == 0) << ended.status;
-    expectNothingLost();
-    expectNoTemporaryFile();
-    std::vector<int> remaining = remainingInputs();
-    ProgramRun second = start().wait();
-    EXPECT_EQ(second.status, 0) << second.err;
-    expectAllConverted(remaining);
-  }
+  stopAtRandomMoments({SIGINT, SIGTERM, SIGHUP}, {"-j", "2"}, 20261123, 12);
 }
 
 }  // namespace

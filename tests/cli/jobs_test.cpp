@@ -4,12 +4,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 #include <sstream>
 
+#include "tests/cli/program_folder.h"
 #include "tests/support/container_writer.h"
 #include "tests/support/logger_files.h"
-#include "tests/support/run_program.h"
 
 namespace qm::test {
 namespace {
@@ -37,23 +36,11 @@ void writeMixedFolder(const TempDir& dir) {
   writeFile(dir / "logs/notes.txt", "not a log");
 }
 
-// Every file below the folder with its bytes.
-std::map<std::string, std::string> snapshot(const fs::path& root) {
-  std::map<std::string, std::string> files;
-  for (const auto& entry : fs::recursive_directory_iterator(root)) {
-    if (entry.is_regular_file()) files[fs::relative(entry.path(), root).string()] = readFile(entry.path().string());
-  }
-  return files;
-}
-
-// The log lines without their time stamp and thread id, in a fixed order.
-std::vector<std::string> logLines(const std::string& err) {
+// The log lines without their time stamps and ids, in a fixed order.
+std::vector<std::string> sortedLogLines(const std::string& err) {
   std::vector<std::string> lines;
-  std::istringstream in(err);
-  for (std::string line; std::getline(in, line);) {
-    // "MM-DD hh:mm:ss.mmm ppppp ttttt L message": the level letter and message stay.
-    lines.push_back(line.size() > 31 ? line.substr(31) : line);
-  }
+  std::istringstream in(withoutLogPrefixes(err));
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
   std::sort(lines.begin(), lines.end());
   return lines;
 }
@@ -70,7 +57,7 @@ Outcome convertMixedFolder(const std::vector<std::string>& options, const std::s
   std::vector<std::string> args = options;
   args.insert(args.end(), {"--verbosity=3", "--jobs", jobs, "logs"});
   Outcome outcome{runProgram(QM_BINARY, args, dir.path().string()), {}};
-  outcome.files = snapshot(dir.path());
+  outcome.files = filesBelow(dir.path());
   return outcome;
 }
 
@@ -82,7 +69,7 @@ TEST_P(Jobs, SeveralJobsGiveWhatOneAtATimeGives) {
   EXPECT_EQ(one.run.status, 1) << "the damaged, locked and twin inputs fail";
   EXPECT_EQ(four.run.status, one.run.status);
   EXPECT_EQ(four.run.out, one.run.out);
-  EXPECT_EQ(logLines(four.run.err), logLines(one.run.err));
+  EXPECT_EQ(sortedLogLines(four.run.err), sortedLogLines(one.run.err));
   ASSERT_EQ(four.files.size(), one.files.size());
   for (const auto& [name, bytes] : one.files) {
     auto other = four.files.find(name);
@@ -96,22 +83,6 @@ INSTANTIATE_TEST_SUITE_P(Options, Jobs,
                          ::testing::Values(std::vector<std::string>{}, std::vector<std::string>{"-d"},
                                            std::vector<std::string>{"-d", "-O", "out"},
                                            std::vector<std::string>{"-X", "-d"}));
-
-TEST(JobsOption, BadValuesAreMisuseAndPrintNothing) {
-  TempDir dir;
-  writeFile(dir / "a.MF4", loggerFile(1));
-  for (std::vector<std::string> args : {std::vector<std::string>{"-j", "-1", "a.MF4"},
-                                        std::vector<std::string>{"--jobs=abc", "a.MF4"},
-                                        std::vector<std::string>{"--jobs=2x", "a.MF4"}}) {
-    ProgramRun r = runProgram(QM_BINARY, args, dir.path().string());
-    EXPECT_EQ(r.status, 131) << args[0];
-    EXPECT_EQ(r.out + r.err, "");
-  }
-  ProgramRun missing = runProgram(QM_BINARY, {"a.MF4", "--jobs"}, dir.path().string());
-  EXPECT_EQ(missing.status, 130);
-  EXPECT_EQ(missing.out + missing.err, "");
-  EXPECT_FALSE(fs::exists(dir / "a_fin.MF4"));
-}
 
 }  // namespace
 }  // namespace qm::test

@@ -2,11 +2,10 @@
 // it and a summary at the end; and for scripts, not one byte more than before.
 #include <gtest/gtest.h>
 
-#include <sstream>
 
+#include "tests/cli/program_folder.h"
 #include "tests/support/logger_files.h"
 #include "tests/support/run_in_terminal.h"
-#include "tests/support/run_program.h"
 #include "tests/support/text_shape.h"
 
 namespace qm::test {
@@ -25,19 +24,10 @@ void writeFolder(const TempDir& dir) {
   writeFile(dir / "logs/sub/c.mf4", loggerFile(3));
 }
 
-// A log line without its "MM-DD hh:mm:ss.mmm ppppp ttttt " prefix; the level letter stays.
-std::string withoutPrefix(const std::string& line) {
-  std::size_t length = test::shapedPrefixLength(line, R"(^\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [ \d]{4}\d+ [ \d]{4}\d+ )");
-  EXPECT_NE(length, std::string::npos) << line;
-  return length == std::string::npos ? line : line.substr(length);
-}
-
-std::string strippedLines(const std::string& err) {
-  std::string out;
-  std::istringstream in(err);
-  for (std::string line; std::getline(in, line);) out += withoutPrefix(line) + "\n";
-  return out;
-}
+// What the folder's run logs, prefixes stripped: at verbosity 1, and at verbosity 3.
+const std::string kErrorLines = "E logs/broken.MF4: not an MDF4 file\nE Error during conversion of logs/broken.MF4\n";
+const std::string kInfoLines = "W Failed to open password file at passwords.json\nI ls: logs\n" + kErrorLines +
+                               "I ls: logs/sub\n";
 
 // The terminal's bytes taken apart at each "carriage return, clear line".
 struct Screen {
@@ -63,7 +53,7 @@ Screen readScreen(const std::string& bytes) {
     } else if (first || newline == segment.size() - 1) {
       // Before the display starts, lines of the command line's own may come several at a time.
       if (segment.back() != '\n') screen.mixed = true;
-      screen.log += strippedLines(segment);
+      screen.log += withoutLogPrefixes(segment);
     } else {
       screen.mixed = true;
     }
@@ -75,15 +65,11 @@ Screen readScreen(const std::string& bytes) {
   return screen;
 }
 
-class Progress : public ::testing::Test {
- protected:
-  std::string cwd() const { return dir_.path().string(); }
-  TempDir dir_;
-};
+using Progress = ProgramFolder;
 
 TEST_F(Progress, TerminalShowsStatusLinesWithLogLinesAboveAndASummary) {
   writeFolder(dir_);
-  TerminalRun terminal = runInTerminal(QM_BINARY, {"--verbosity=3", "logs"}, cwd());
+  TerminalRun terminal = runInTerminal(QM_BINARY, {"--verbosity=3", "logs"}, path(""));
   EXPECT_EQ(terminal.status, 1);
   Screen screen = readScreen(terminal.screen);
   EXPECT_FALSE(screen.mixed) << terminal.screen;
@@ -115,26 +101,22 @@ TEST_F(Progress, TerminalShowsStatusLinesWithLogLinesAboveAndASummary) {
   TempDir plain_dir;
   writeFolder(plain_dir);
   ProgramRun plain = runProgram(QM_BINARY, {"--verbosity=3", "logs"}, plain_dir.path().string());
-  EXPECT_EQ(screen.log, strippedLines(plain.err));
+  EXPECT_EQ(screen.log, withoutLogPrefixes(plain.err));
 }
 
 TEST_F(Progress, NonInteractiveOnATerminalPrintsOnlyTheLogLines) {
   writeFolder(dir_);
-  TerminalRun terminal = runInTerminal(QM_BINARY, {"--non-interactive", "--verbosity=3", "logs"}, cwd());
+  TerminalRun terminal = runInTerminal(QM_BINARY, {"--non-interactive", "--verbosity=3", "logs"}, path(""));
   EXPECT_EQ(terminal.status, 1);
   EXPECT_EQ(terminal.screen.find('\r'), std::string::npos);
   EXPECT_EQ(terminal.screen.find('\033'), std::string::npos);
-  EXPECT_EQ(strippedLines(terminal.screen),
-            "W Failed to open password file at passwords.json\n"
-            "I ls: logs\n"
-            "E logs/broken.MF4: not an MDF4 file\n" "E Error during conversion of logs/broken.MF4\n"
-            "I ls: logs/sub\n");
+  EXPECT_EQ(withoutLogPrefixes(terminal.screen), kInfoLines);
 }
 
 TEST_F(Progress, SeveralJobsCountTheWorkOfEveryWorker) {
   for (std::uint16_t i = 0; i < 8; ++i) writeFile(dir_ / ("logs/f" + std::to_string(i) + ".MF4"), loggerFile(i));
   writeFile(dir_ / "logs/g/broken.mfe", "not a container");
-  TerminalRun terminal = runInTerminal(QM_BINARY, {"--jobs=3", "--verbosity=3", "logs"}, cwd());
+  TerminalRun terminal = runInTerminal(QM_BINARY, {"--jobs=3", "--verbosity=3", "logs"}, path(""));
   EXPECT_EQ(terminal.status, 1);
   Screen screen = readScreen(terminal.screen);
   EXPECT_FALSE(screen.mixed) << terminal.screen;
@@ -159,20 +141,15 @@ TEST_P(ProgressWithoutTerminal, StandardErrorIsUnchanged) {
   EXPECT_EQ(non_interactive.status, 1);
   EXPECT_EQ(plain.out, "");
   EXPECT_EQ(non_interactive.out, "");
-  EXPECT_EQ(strippedLines(plain.err), expected);
-  EXPECT_EQ(strippedLines(non_interactive.err), expected);
+  EXPECT_EQ(withoutLogPrefixes(plain.err), expected);
+  EXPECT_EQ(withoutLogPrefixes(non_interactive.err), expected);
   EXPECT_EQ(plain.err.find('\r'), std::string::npos);
   EXPECT_EQ(readFile(plain_dir / "logs_out/sub/c_fin.MF4"), readFile(non_interactive_dir / "logs_out/sub/c_fin.MF4"));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Verbosity, ProgressWithoutTerminal,
-    ::testing::Values(std::pair<std::string, std::string>{"1", "E logs/broken.MF4: not an MDF4 file\n" "E Error during conversion of logs/broken.MF4\n"},
-                      std::pair<std::string, std::string>{"3",
-                                                          "W Failed to open password file at passwords.json\n"
-                                                          "I ls: logs\n"
-                                                          "E logs/broken.MF4: not an MDF4 file\n" "E Error during conversion of logs/broken.MF4\n"
-                                                          "I ls: logs/sub\n"}));
+INSTANTIATE_TEST_SUITE_P(Verbosity, ProgressWithoutTerminal,
+                         ::testing::Values(std::pair<std::string, std::string>{"1", kErrorLines},
+                                           std::pair<std::string, std::string>{"3", kInfoLines}));
 
 }  // namespace
 }  // namespace qm::test

@@ -6,13 +6,11 @@
 #include <filesystem>
 #include <sstream>
 
+#include "tests/cli/program_folder.h"
 #include "tests/support/container_writer.h"
-#include "tests/support/run_program.h"
 #include "tests/support/text_shape.h"
 #include "tools/mdfgen/byte_sink.h"
-#include "tools/mdfgen/byte_source.h"
 #include "tools/mdfgen/logger_file_writer.h"
-#include "tools/mdfgen/mdf_verifier.h"
 
 namespace qm::test {
 namespace {
@@ -35,35 +33,14 @@ std::string damagedLoggerFile() {
   return bytes;
 }
 
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-bool verifies(const std::string& path) {
-  std::unique_ptr<FileSource> source = FileSource::open(path);
-  if (!source) return false;
-  VerifyReport report = verifyMdfFile(*source);
-  for (const std::string& problem : report.problems) ADD_FAILURE() << path << ": " << problem;
-  return report.ok();
-}
-
-class Salvage : public ::testing::Test {
- protected:
-  ProgramRun run(const std::vector<std::string>& args) { return runProgram(QM_BINARY, args, dir_.path().string()); }
-  std::string path(const std::string& relative) { return dir_ / relative; }
-
-  TempDir dir_;
-};
+using Salvage = ProgramFolder;
 
 TEST_F(Salvage, DamagedFilesInAnyWrappingAreSalvagedReportedAndKept) {
   const std::string plain = damagedLoggerFile();
-  writeFile(path("logs/plain.MF4"), plain);
-  writeFile(path("logs/packed.MFC"), makeCompressedContainer(plain, kDevice, 11, 4));
-  writeFile(path("logs/locked.MFE"), makeEncryptedContainer(plain, kDevice, kPassword, 1));
-  writeFile(path("passwords.json"), std::string("{\n  \"1A2B\": \"") + kPassword + "\"\n}\n");
+  put("logs/plain.MF4", plain);
+  put("logs/packed.MFC", makeCompressedContainer(plain, kDevice, 11, 4));
+  put("logs/locked.MFE", makeEncryptedContainer(plain, kDevice, kPassword, 1));
+  put("passwords.json", std::string("{\n  \"1A2B\": \"") + kPassword + "\"\n}\n");
 
   ProgramRun r = run({"--salvage", "-d", "--verbosity=2", "logs"});
 
@@ -71,7 +48,8 @@ TEST_F(Salvage, DamagedFilesInAnyWrappingAreSalvagedReportedAndKept) {
   EXPECT_EQ(r.out, "");
   std::vector<std::string> skipped;
   std::vector<std::string> lost;
-  for (const std::string& line : linesOf(r.err)) {
+  std::istringstream err(r.err);
+  for (std::string line; std::getline(err, line);) {
     if (line.find(" W Skipped ") != std::string::npos) skipped.push_back(line);
     if (line.find(" E Data lost converting ") != std::string::npos) lost.push_back(line);
   }
@@ -86,19 +64,17 @@ TEST_F(Salvage, DamagedFilesInAnyWrappingAreSalvagedReportedAndKept) {
   EXPECT_EQ(lost.size(), 3u);
   for (const char* name : {"plain", "packed", "locked"}) {
     SCOPED_TRACE(name);
-    EXPECT_TRUE(verifies(path(std::string("logs_out/") + name + "_fin.MF4")));
+    EXPECT_TRUE(verifiesMdf(path(std::string("logs_out/") + name + "_fin.MF4")));
   }
   // Lossy conversions keep their inputs, even with -d.
-  EXPECT_TRUE(fs::exists(path("logs/plain.MF4")));
-  EXPECT_TRUE(fs::exists(path("logs/packed.MFC")));
-  EXPECT_TRUE(fs::exists(path("logs/locked.MFE")));
+  for (const char* input : {"logs/plain.MF4", "logs/packed.MFC", "logs/locked.MFE"}) EXPECT_TRUE(exists(input));
   // The same records from every wrapping.
-  EXPECT_EQ(readFile(path("logs_out/plain_fin.MF4")), readFile(path("logs_out/packed_fin.MF4")));
-  EXPECT_EQ(readFile(path("logs_out/plain_fin.MF4")), readFile(path("logs_out/locked_fin.MF4")));
+  EXPECT_EQ(read("logs_out/plain_fin.MF4"), read("logs_out/packed_fin.MF4"));
+  EXPECT_EQ(read("logs_out/plain_fin.MF4"), read("logs_out/locked_fin.MF4"));
 }
 
 TEST_F(Salvage, WithoutTheOptionTheScanStillStopsAtTheFirstStretch) {
-  writeFile(path("a.MF4"), damagedLoggerFile());
+  put("a.MF4", damagedLoggerFile());
   ProgramRun plain = run({"--verbosity=2", "a.MF4"});
   EXPECT_EQ(plain.status, 0);
   EXPECT_EQ(plain.err.find("Skipped"), std::string::npos);
@@ -109,14 +85,7 @@ TEST_F(Salvage, WithoutTheOptionTheScanStillStopsAtTheFirstStretch) {
   EXPECT_EQ(salvaged.err.find("Skipped"), std::string::npos);
   EXPECT_NE(salvaged.err.find(" E Data lost converting a.MF4: "), std::string::npos);
   EXPECT_GT(fs::file_size(path("a_fin.MF4")), stopped + 80 * 1024);
-  EXPECT_TRUE(verifies(path("a_fin.MF4")));
-}
-
-TEST_F(Salvage, HelpNamesTheOption) {
-  ProgramRun r = run({"--help"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.out.find("--salvage"), std::string::npos);
-  EXPECT_NE(r.out.find("recover the records behind damaged stretches of data"), std::string::npos);
+  EXPECT_TRUE(verifiesMdf(path("a_fin.MF4")));
 }
 
 }  // namespace

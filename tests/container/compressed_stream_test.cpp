@@ -12,23 +12,6 @@
 namespace qm {
 namespace {
 
-// Logger-like bytes: repeated record shapes with some noise, so that both literals and
-// back-references of many lengths occur.
-std::string samplePayload(std::size_t size, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::string out;
-  while (out.size() < size) {
-    switch (rng() % 4) {
-      case 0: out += static_cast<char>(rng()); break;
-      case 1: out += "CAN1 0x18FEF100 8 "; break;
-      case 2: out.append(rng() % 40, static_cast<char>(rng() % 3)); break;
-      default: out += std::to_string(rng() % 100000); break;
-    }
-  }
-  out.resize(size);
-  return out;
-}
-
 std::unique_ptr<Stream> openContainer(const std::string& bytes) {
   auto inner = test::memoryStreamOf(bytes);
   ContainerHeader header{};
@@ -47,7 +30,7 @@ TEST(CompressedStream, RoundTripsEveryWindowAndSeveralLookaheads) {
       if (lookahead_bits < 3 || lookahead_bits >= window_bits) continue;
       for (std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{4097}, std::size_t{60000}}) {
         SCOPED_TRACE(testing::Message() << window_bits << "/" << lookahead_bits << " size " << size);
-        std::string payload = samplePayload(size, static_cast<unsigned>(size + window_bits));
+        std::string payload = test::loggerLikeBytes(size, static_cast<unsigned>(size + window_bits));
         auto layer = openContainer(test::makeCompressedContainer(payload, 5, window_bits, lookahead_bits));
         ASSERT_NE(layer, nullptr);
         EXPECT_EQ(layer->tell(), static_cast<std::int64_t>(size));  // left at its end
@@ -56,11 +39,11 @@ TEST(CompressedStream, RoundTripsEveryWindowAndSeveralLookaheads) {
     }
   }
   // The test encoder must really find matches, or back-references would go untested.
-  EXPECT_LT(test::makeCompressedContainer(samplePayload(60000, 3), 5, 11, 4).size(), 30000u);
+  EXPECT_LT(test::makeCompressedContainer(test::loggerLikeBytes(60000, 3), 5, 11, 4).size(), 30000u);
 }
 
 TEST(CompressedStream, WindowBitsComeFromTrailingZeros) {
-  std::string payload = samplePayload(3000, 9);
+  std::string payload = test::loggerLikeBytes(3000, 9);
   // 768 = 3 << 8: decoded with 8 window bits.
   auto layer = openContainer(test::makeCompressedPrefix(1, 4, 768) + test::lzssEncode(payload, 8, 4));
   ASSERT_NE(layer, nullptr);
@@ -127,7 +110,7 @@ class FailingAfter : public MemoryStream {
 };
 
 TEST(CompressedStream, DecodingErrorsEndTheContentWithoutFailing) {
-  std::string payload = samplePayload(100000, 4);
+  std::string payload = test::loggerLikeBytes(100000, 4);
   std::string container = test::makeCompressedContainer(payload, 1, 8, 4);
   // A cut-off bitstream decodes up to the cut.
   auto cut = openContainer(container.substr(0, container.size() / 2));

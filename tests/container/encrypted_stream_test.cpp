@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <functional>
 #include <string>
 
 #include "stream/buffered_stream.h"
@@ -13,41 +15,30 @@
 namespace qm {
 namespace {
 
-std::string payloadOf(std::size_t size) {
-  std::string out(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<char>(i * 31 + i / 7);
-  return out;
-}
-
-// Decrypts a container held in memory; "<refused>" when the layer is not built.
-std::string decrypt(const std::string& container, std::string_view password) {
-  auto inner = test::memoryStreamOf(container);
+// Decrypts the container `inner` holds; "<refused>" when the layer is not built.
+std::string decryptFrom(std::unique_ptr<Stream> inner, std::string_view password) {
   ContainerHeader header{};
-  if (detectContainer(inner.get(), &header) != 1) return "<no container>";
+  if (!inner || detectContainer(inner.get(), &header) != 1) return "<no container>";
   auto layer = openEncrypted(std::move(inner), header, password);
   if (!layer) return "<refused>";
   layer->seek(0, kSeekSet);
   return test::readRest(layer.get());
+}
+
+std::string decrypt(const std::string& container, std::string_view password) {
+  return decryptFrom(test::memoryStreamOf(container), password);
 }
 
 // A stream whose bytes are reachable only by reading, as a file read without a whole-file buffer.
 class ReadOnlyMemory : public MemoryStream {
  public:
-  explicit ReadOnlyMemory(const std::string& bytes) {
-    write(bytes.data(), bytes.size());
-    seek(0, kSeekSet);
-  }
   ByteView contents() override { return {}; }
 };
 
 std::string decryptByReading(const std::string& container, std::string_view password) {
-  auto inner = std::make_unique<ReadOnlyMemory>(container);
-  ContainerHeader header{};
-  if (detectContainer(inner.get(), &header) != 1) return "<no container>";
-  auto layer = openEncrypted(std::move(inner), header, password);
-  if (!layer) return "<refused>";
-  layer->seek(0, kSeekSet);
-  return test::readRest(layer.get());
+  auto inner = std::make_unique<ReadOnlyMemory>();
+  inner->write(container.data(), container.size());
+  return decryptFrom(std::move(inner), password);
 }
 
 // Decrypts a container written to a file, read straight from it or through a whole-file buffer
@@ -57,12 +48,7 @@ std::string decryptFile(const std::string& container, std::string_view password,
   test::writeFile(dir / "c.MFE", container);
   std::unique_ptr<Stream> inner = FileStream::open((dir / "c.MFE").c_str(), kFileRead);
   if (whole_file_buffer) inner = BufferedStream::create(std::move(inner), container.size());
-  ContainerHeader header{};
-  if (!inner || detectContainer(inner.get(), &header) != 1) return "<no container>";
-  auto layer = openEncrypted(std::move(inner), header, password);
-  if (!layer) return "<refused>";
-  layer->seek(0, kSeekSet);
-  return test::readRest(layer.get());
+  return decryptFrom(std::move(inner), password);
 }
 
 TEST(EncryptedStream, DecryptsAContainerSealedByAnIndependentImplementation) {
@@ -81,52 +67,44 @@ TEST(EncryptedStream, DecryptsAContainerSealedByAnIndependentImplementation) {
   EXPECT_EQ(test::makeEncryptedContainer(expected, 0x1A2B3C4D, "logger secret", 3).size(), container.size());
 }
 
+// Read from a stream or a file, the container is decrypted piece by piece, the file's on a
+// second thread: large enough for several pieces, a last one of odd length, and pages faulted in
+// ahead. A changed byte in the last or a middle piece refuses it all.
 TEST(EncryptedStream, ReadsPieceByPieceWhenTheContainerIsNotInMemory) {
-  // Large enough to take several pieces, with a last piece of odd length.
-  std::string payload = payloadOf((std::size_t{5} << 19) + 13);
+  std::string payload = test::patternBytes((std::size_t{9} << 19) + 5);
   std::string container = test::makeEncryptedContainer(payload, 9, "pw", 2);
-  EXPECT_EQ(decryptByReading(container, "pw"), payload);
-  EXPECT_EQ(decryptByReading(container, "px"), "<refused>");
   std::string last_byte_changed = container;
   last_byte_changed[container.size() - 17] ^= 1;  // the ciphertext's last byte
-  EXPECT_EQ(decryptByReading(last_byte_changed, "pw"), "<refused>");
-  EXPECT_EQ(decryptByReading(test::makeEncryptedContainer("", 9, "pw", 1), "pw"), "");
-}
-
-TEST(EncryptedStream, ReadsAContainerFileInPiecesOnASecondThread) {
-  std::string payload = payloadOf((std::size_t{9} << 19) + 5);  // pages faulted in ahead too
-  std::string container = test::makeEncryptedContainer(payload, 9, "pw", 2);
-  for (bool whole_file_buffer : {false, true}) {
-    SCOPED_TRACE(whole_file_buffer);
-    EXPECT_EQ(decryptFile(container, "pw", whole_file_buffer), payload);
-    EXPECT_EQ(decryptFile(container, "px", whole_file_buffer), "<refused>");
-    std::string changed = container;
-    changed[container.size() / 2] ^= 1;  // a byte in a middle piece
-    EXPECT_EQ(decryptFile(changed, "pw", whole_file_buffer), "<refused>");
-    EXPECT_EQ(decryptFile(test::makeEncryptedContainer("", 9, "pw", 1), "pw", whole_file_buffer), "");
+  std::string middle_changed = container;
+  middle_changed[container.size() / 2] ^= 1;
+  const std::string empty = test::makeEncryptedContainer("", 9, "pw", 1);
+  const std::function<std::string(const std::string&, std::string_view)> readers[] = {
+      decryptByReading,
+      [](const std::string& c, std::string_view password) { return decryptFile(c, password, false); },
+      [](const std::string& c, std::string_view password) { return decryptFile(c, password, true); },
+  };
+  for (std::size_t i = 0; i < std::size(readers); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(readers[i](container, "pw"), payload);
+    EXPECT_EQ(readers[i](container, "px"), "<refused>");
+    EXPECT_EQ(readers[i](last_byte_changed, "pw"), "<refused>");
+    EXPECT_EQ(readers[i](middle_changed, "pw"), "<refused>");
+    EXPECT_EQ(readers[i](empty, "pw"), "");
   }
 }
 
 TEST(EncryptedStream, RoundTripsPayloadsOfManySizes) {
   for (std::size_t size : {0, 1, 15, 16, 17, 511, 512, 513, 1024, 70001}) {
     SCOPED_TRACE(size);
-    std::string payload = payloadOf(size);
+    std::string payload = test::patternBytes(size);
     EXPECT_EQ(decrypt(test::makeEncryptedContainer(payload, 0x1A2B, "secret", 3, 11), "secret"), payload);
   }
   // The iteration count is the file's, whatever it is.
   EXPECT_EQ(decrypt(test::makeEncryptedContainer("abc", 1, "pw", 1), "pw"), "abc");
 }
 
-TEST(EncryptedStream, ExactlySixtyEightBytesIsAnEmptyPayload) {
-  std::string container = test::makeEncryptedContainer("", 7, "pw", 1);
-  ASSERT_EQ(container.size(), 68u);
-  EXPECT_EQ(decrypt(container, "pw"), "");
-  container[60] ^= 1;  // the tag itself
-  EXPECT_EQ(decrypt(container, "pw"), "<refused>");
-}
-
 TEST(EncryptedStream, AnyChangeOrWrongPasswordRefuses) {
-  std::string container = test::makeEncryptedContainer(payloadOf(100), 0x1A2B, "secret", 1);
+  std::string container = test::makeEncryptedContainer(test::patternBytes(100), 0x1A2B, "secret", 1);
   EXPECT_EQ(decrypt(container, "secret!"), "<refused>");
   EXPECT_EQ(decrypt(container, ""), "<refused>");
   EXPECT_EQ(decrypt(container, "Secret"), "<refused>");
@@ -136,8 +114,11 @@ TEST(EncryptedStream, AnyChangeOrWrongPasswordRefuses) {
     SCOPED_TRACE(offset);
     std::string tampered = container;
     tampered[offset] ^= 0x10;
-    EXPECT_NE(decrypt(tampered, "secret"), payloadOf(100));
+    EXPECT_NE(decrypt(tampered, "secret"), test::patternBytes(100));
   }
+  std::string empty = test::makeEncryptedContainer("", 7, "pw", 1);  // 68 bytes, the tag right behind the salt
+  empty[60] ^= 1;
+  EXPECT_EQ(decrypt(empty, "pw"), "<refused>");
 }
 
 TEST(EncryptedStream, RefusalsBeforeTheKeyDerivation) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -126,12 +125,7 @@ TEST(Decoder, FinishAndSinkReportPendingWork) {
 TEST(Decoder, PortionSizesDoNotChangeTheOutput) {
   // Small buffers decode bit by bit; large ones take whole items at once while input lasts.
   // Both must leave the decoder in the same state for the next portion.
-  std::mt19937 rng(7);
-  std::string data;
-  for (int i = 0; i < 20000; ++i) {
-    data += (rng() % 4 == 0) ? static_cast<char>(rng()) : "record-0123456789"[rng() % 17];
-  }
-  data += std::string(3000, 'z');
+  std::string data = test::loggerLikeBytes(20000, 7) + std::string(3000, 'z');
   for (auto [window_bits, lookahead_bits] : {std::pair{4, 3}, {8, 4}, {9, 8}, {12, 11}, {15, 14}}) {
     std::string encoded = test::lzssEncode(data, window_bits, lookahead_bits);
     for (auto [buffer_size, max_sink, max_poll] :

@@ -54,21 +54,6 @@ std::string noise(std::mt19937& rng, std::size_t size, bool zero_bias) {
   return out;
 }
 
-// Records with counters, constant fields and some noise, as a logger writes them.
-std::string loggerLike(std::size_t size, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::string out;
-  for (std::uint32_t n = 0; out.size() < size; ++n) {
-    out += static_cast<char>(1 + n % 3);
-    out.append(reinterpret_cast<const char*>(&n), sizeof n);
-    out += "\x18\xFE\xF1\x00\x08";
-    out.append(rng() % 12, '\0');
-    out += static_cast<char>(rng());
-  }
-  out.resize(size);
-  return out;
-}
-
 void expectSameBytes(const std::string& bits, int window_bits, int lookahead_bits) {
   std::string expected = decodeIncrementally(bits, window_bits, lookahead_bits);
   std::string got = decodeOnePass(bits, window_bits, lookahead_bits);
@@ -91,7 +76,7 @@ TEST(LzssOnePass, RandomAndHostileBitstreamsDecodeAsTheIncrementalDecoderDoes) {
 
 TEST(LzssOnePass, EveryTruncationOfASmallContainerDecodesAlike) {
   for (auto [window_bits, lookahead_bits] : {std::pair{4, 3}, {8, 4}, {9, 8}, {11, 4}, {15, 14}}) {
-    std::string bits = test::lzssEncode(loggerLike(1500, 7), window_bits, lookahead_bits);
+    std::string bits = test::lzssEncode(test::loggerLikeBytes(1500, 7), window_bits, lookahead_bits);
     for (std::size_t cut = 0; cut <= bits.size(); ++cut) {
       SCOPED_TRACE(testing::Message() << window_bits << "/" << lookahead_bits << " cut " << cut);
       expectSameBytes(bits.substr(0, cut), window_bits, lookahead_bits);
@@ -103,7 +88,7 @@ TEST(LzssOnePass, TrailingPaddingAndGarbageDecodeAlike) {
   std::mt19937 rng(5);
   for (auto [window_bits, lookahead_bits] : everyWidthPair()) {
     SCOPED_TRACE(testing::Message() << window_bits << "/" << lookahead_bits);
-    std::string bits = test::lzssEncode(loggerLike(3000, 3), window_bits, lookahead_bits);
+    std::string bits = test::lzssEncode(test::loggerLikeBytes(3000, 3), window_bits, lookahead_bits);
     expectSameBytes(bits + std::string(5, '\0'), window_bits, lookahead_bits);
     expectSameBytes(bits + noise(rng, 11, false), window_bits, lookahead_bits);
   }
@@ -112,7 +97,7 @@ TEST(LzssOnePass, TrailingPaddingAndGarbageDecodeAlike) {
 TEST(LzssOnePass, RoundTripsThroughTheEncoderForEveryWidthPair) {
   for (auto [window_bits, lookahead_bits] : everyWidthPair()) {
     SCOPED_TRACE(testing::Message() << window_bits << "/" << lookahead_bits);
-    std::string payload = loggerLike(40000 + 7 * window_bits, window_bits);
+    std::string payload = test::loggerLikeBytes(40000 + 7 * window_bits, window_bits);
     std::string bits = test::lzssEncode(payload, window_bits, lookahead_bits);
     EXPECT_TRUE(decodeOnePass(bits, window_bits, lookahead_bits) == payload);
     // A buffer far too small to start with grows as often as it must.
@@ -123,7 +108,7 @@ TEST(LzssOnePass, RoundTripsThroughTheEncoderForEveryWidthPair) {
 // Large enough that fresh pages are faulted in ahead of the decoder on a second thread, also
 // while the buffer grows (and moves) from a first guess far too small.
 TEST(LzssOnePass, LargeOutputsDecodeAlikeWhileTheirPagesAreFaultedInAhead) {
-  std::string payload = loggerLike(std::size_t{10} << 20, 5);
+  std::string payload = test::loggerLikeBytes(std::size_t{10} << 20, 5);
   std::string bits = test::lzssEncode(payload, 11, 4);
   EXPECT_TRUE(decodeOnePass(bits, 11, 4) == payload);
   EXPECT_TRUE(decodeOnePass(bits, 11, 4, std::size_t{4} << 20) == payload);

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "base/log.h"
 #include "finalize/conversion.h"
-#include "tests/finalize/opened_file.h"
+#include "tests/support/opened_file.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/mdf_builder.h"
 
 namespace qm {
@@ -16,14 +16,8 @@ namespace {
 using test::MdfBuilder;
 using test::OpenedFile;
 
-void captureLine(void* lines, LogLine& line) {
-  static_cast<std::vector<std::string>*>(lines)->emplace_back(line.start, line.pos);
-}
-
 TEST(ChannelLayouts, LeavesPositionsKindsConversionsAndUnsupportedType) {
-  std::vector<std::string> log;
-  setLogThreshold(kLogVerbose);
-  setLogOutput(kLogMessage, &log, captureLine);
+  test::LogCapture log(kLogVerbose);
   MdfBuilder b;
   auto values = b.channelGroup({.record_id = 2, .flags = kChannelGroupVlsd});
   auto inner = b.channel({.name = b.text("inner"), .conversion = b.conversion({.conversion_type = 5, .values = {1, 100, 1, 9}}),
@@ -37,9 +31,8 @@ TEST(ChannelLayouts, LeavesPositionsKindsConversionsAndUnsupportedType) {
   b.chain({group, values});
   b.header({.first_data_group = b.dataGroup({.first_channel_group = group, .record_id_size = 1})});
   OpenedFile file(b.bytes());
-  setLogOutput(kLogContext | kLogTag | kLogLocation | kLogMessage, nullptr, nullptr);
-  setLogThreshold(0);
   ASSERT_TRUE(file.file);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"Unsupported channel data type: 0"});
 
   const ChannelLayoutList& list = test::channelGroup(file.group(0))->channel_layouts;
   ASSERT_EQ(list.size(), 3u);
@@ -53,7 +46,6 @@ TEST(ChannelLayouts, LeavesPositionsKindsConversionsAndUnsupportedType) {
   EXPECT_DOUBLE_EQ(applyConversion(list[1].conversion.get(), 1.0), 100.0);  // a repeated key keeps its first value
   EXPECT_EQ(list[2].value_kind, ValueKind::kByteArray);
   EXPECT_EQ(list[2].variable_data, file.group(0)->channel_groups[1]);
-  EXPECT_EQ(log, std::vector<std::string>{"Unsupported channel data type: 0"});
 }
 
 TEST(RecordLayouts, OnlyBusSourcesGetAFrameDecoder) {

@@ -6,7 +6,7 @@
 #include <tuple>
 #include <vector>
 
-#include "tests/finalize/opened_file.h"
+#include "tests/support/opened_file.h"
 #include "tests/support/mdf_builder.h"
 
 namespace qm {
@@ -135,17 +135,21 @@ TEST(Finalize, FlagsDecideWhatIsDoneAndWhatTheOutputSays) {
   EXPECT_EQ(clean.group(0)->channel_groups.size(), 2u);  // untouched
   EXPECT_FALSE(finalize(nullptr));
 
-  for (auto [standard, custom, text, kept] : {std::tuple<int, int, const char*, int>{0x0025, 0, "MDF     ", 0},
-                                              {0x007F, 0, "UnFinMF ", 0x005A},
-                                              {0x0021, 3, "UnFinMF ", 0}}) {
+  // The written id follows the flags left, whatever the input's id said.
+  for (auto [id, standard, custom, text, kept] :
+       {std::tuple<const char*, int, int, const char*, int>{"UnFinMF ", 0x0025, 0, "MDF     ", 0},
+        {"UnFinMF ", 0x007F, 0, "UnFinMF ", 0x005A},
+        {"MDF     ", 0x0021, 3, "UnFinMF ", 0}}) {
     MdfBuilder m;
-    m.id({.standard_flags = static_cast<std::uint16_t>(standard), .custom_flags = static_cast<std::uint16_t>(custom)});
+    m.id({.file_id = id, .standard_flags = static_cast<std::uint16_t>(standard),
+          .custom_flags = static_cast<std::uint16_t>(custom)});
     m.header({});
     OpenedFile file(m.bytes());
     finalize(file.file.get());
     std::string saved = test::savedBytes(file.file.get());
     ASSERT_GE(saved.size(), 64u);
-    EXPECT_EQ(saved.substr(0, 8), text);
+    EXPECT_EQ(saved.substr(0, 24), std::string(text) + "4.10    qmtest  ");
+    EXPECT_EQ(saved.substr(28, 2), MdfBuilder::u16(410));
     EXPECT_EQ(saved.substr(60, 4), MdfBuilder::u16(static_cast<std::uint16_t>(kept)) +
                                        MdfBuilder::u16(static_cast<std::uint16_t>(custom)));
   }

@@ -6,14 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/counting_stream.h"
+
 namespace qm {
 namespace {
-
-std::string memoryOfSize(std::size_t size) {
-  std::string out(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<char>(i * 7 + 3);
-  return out;
-}
 
 ByteView viewOf(const std::string& bytes) {
   return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
@@ -79,7 +75,7 @@ TEST(PieceList, ShortRecordsCostAboutTwoBytesEach) {
 // Pieces of every length around the short-copy size, read through buffers of awkward sizes:
 // exactly the listed bytes come out, nothing from beyond a piece.
 TEST(PieceStream, DeliversThePiecesInOrderThroughAnyBufferSize) {
-  std::string memory = memoryOfSize(20000);
+  std::string memory = test::patternBytes(20000);
   std::string expected;
   auto listOfPieces = [&] {
     std::mt19937 random(3);
@@ -104,7 +100,7 @@ TEST(PieceStream, DeliversThePiecesInOrderThroughAnyBufferSize) {
 }
 
 TEST(PieceStream, SeeksMeasureRewindAndSkip) {
-  std::string memory = memoryOfSize(1000);
+  std::string memory = test::patternBytes(1000);
   PieceList list;
   list.add(100, 50);
   list.add(10, 20);
@@ -130,7 +126,7 @@ TEST(PieceStream, SeeksMeasureRewindAndSkip) {
 }
 
 TEST(PieceStream, APieceOutsideTheMemoryEndsTheStreamEarly) {
-  std::string memory = memoryOfSize(100);
+  std::string memory = test::patternBytes(100);
   PieceList list;
   list.add(0, 10);
   list.add(95, 10);  // runs past the end

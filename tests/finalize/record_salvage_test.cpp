@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/finalize/opened_file.h"
+#include "tests/support/opened_file.h"
 #include "tests/support/mdf_builder.h"
 
 namespace qm {
@@ -67,12 +67,6 @@ struct Records {
   }
 };
 
-std::uint64_t le(const std::string& bytes, std::size_t at, int size) {
-  std::uint64_t value = 0;
-  for (int i = size; i > 0; --i) value = (value << 8) | static_cast<unsigned char>(bytes[at + i - 1]);
-  return value;
-}
-
 struct Salvaged {
   LossReport report;
   std::uint64_t data_offset = 0;
@@ -93,7 +87,7 @@ Salvaged salvage(const std::string& records, InputKind kind) {
     const ChannelGroupBlock* group = test::channelGroup(out.group(g));
     const std::string data = test::payloadOf(out.group(g)->data);
     if (group->record_id == 3) {
-      for (std::size_t at = 0; at + 9 <= data.size(); at += 9) result.other_times.push_back(le(data, at, 8));
+      for (std::size_t at = 0; at + 9 <= data.size(); at += 9) result.other_times.push_back(test::littleEndianAt(data, at, 8));
       EXPECT_EQ(group->cycle_count, data.size() / 9);
       continue;
     }
@@ -103,10 +97,10 @@ Salvaged salvage(const std::string& records, InputKind kind) {
     }
     EXPECT_EQ(group->cycle_count, data.size() / 12);
     for (std::size_t at = 0; at + 12 <= data.size(); at += 12) {
-      const std::uint64_t time = le(data, at, 8);
-      const std::uint64_t offset = le(data, at + 8, 4);
+      const std::uint64_t time = test::littleEndianAt(data, at, 8);
+      const std::uint64_t offset = test::littleEndianAt(data, at + 8, 4);
       const std::string expected = Records::valueOf(time);
-      const bool right = offset + 4 <= values.size() && le(values, offset, 4) == expected.size() &&
+      const bool right = offset + 4 <= values.size() && test::littleEndianAt(values, offset, 4) == expected.size() &&
                          values.compare(offset + 4, expected.size(), expected) == 0;
       if (right) {
         result.frame_times.push_back(time);

@@ -6,7 +6,7 @@
 #include <random>
 #include <string>
 
-#include "tests/finalize/opened_file.h"
+#include "tests/support/opened_file.h"
 #include "tests/support/mdf_builder.h"
 
 namespace qm {

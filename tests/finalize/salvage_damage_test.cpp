@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/finalize/opened_file.h"
+#include "tests/support/opened_file.h"
 #include "tools/mdfgen/byte_sink.h"
 #include "tools/mdfgen/byte_source.h"
 #include "tools/mdfgen/frame_records.h"
@@ -46,13 +46,7 @@ struct GroupRecords {
   std::vector<bool> outside;             // wholly outside every damaged stretch
 };
 
-std::uint64_t le(const std::string& bytes, std::size_t at, int size) {
-  std::uint64_t value = 0;
-  for (int i = size; i > 0; --i) value = (value << 8) | static_cast<unsigned char>(bytes[at + i - 1]);
-  return value;
-}
-
-const GroupSpec* specOf(std::uint64_t record_id) {
+const GroupSpec* loggedGroupOf(std::uint64_t record_id) {
   for (const GroupSpec& logged : loggedGroups()) {
     if (logged.record_id == record_id) return &logged;
   }
@@ -74,7 +68,7 @@ std::string resolve(const GroupSpec& logged, const std::string& payload, const s
   if (at < 0) return payload;
   std::string resolved = payload;
   std::fill(resolved.begin() + at, resolved.begin() + at + 8, '\0');
-  auto value = values.find(le(payload, static_cast<std::size_t>(at), 8));
+  auto value = values.find(test::littleEndianAt(payload, static_cast<std::size_t>(at), 8));
   return resolved + (value == values.end() ? std::string("<none>") : value->second);
 }
 
@@ -83,9 +77,9 @@ std::map<std::uint64_t, std::vector<InputRecord>> inputRecords(const std::string
                                                                 std::uint64_t end) {
   std::map<std::uint64_t, std::vector<InputRecord>> records;
   for (std::uint64_t at = start; at < end;) {
-    const GroupSpec* logged = specOf(static_cast<unsigned char>(clean[at]));
+    const GroupSpec* logged = loggedGroupOf(static_cast<unsigned char>(clean[at]));
     if (logged == nullptr) break;  // the blocks behind the data
-    std::uint64_t payload = logged->variable_length ? 4 + le(clean, at + 1, 4) : logged->data_bytes;
+    std::uint64_t payload = logged->variable_length ? 4 + test::littleEndianAt(clean, at + 1, 4) : logged->data_bytes;
     if (at + 1 + payload > end) break;  // torn
     records[logged->record_id].push_back({at, 1 + payload, clean.substr(at + 1, payload)});
     at += 1 + payload;
@@ -97,7 +91,7 @@ std::map<std::uint64_t, std::vector<InputRecord>> inputRecords(const std::string
 std::map<std::uint64_t, std::string> valuesByOffset(const std::string& sequence) {
   std::map<std::uint64_t, std::string> values;
   for (std::uint64_t at = 0; at + 4 <= sequence.size();) {
-    std::uint64_t size = 4 + le(sequence, at, 4);
+    std::uint64_t size = 4 + test::littleEndianAt(sequence, at, 4);
     values[at] = sequence.substr(at, size);
     at += size;
   }
@@ -128,7 +122,7 @@ std::map<std::uint64_t, GroupRecords> expectedRecords(const std::string& clean, 
   }
   std::map<std::uint64_t, GroupRecords> expected;
   for (const auto& [id, list] : records) {
-    const GroupSpec& logged = *specOf(id);
+    const GroupSpec& logged = *loggedGroupOf(id);
     const int reference = referenceOffset(logged);
     GroupRecords& group = expected[id];
     for (const InputRecord& record : list) {
@@ -136,7 +130,7 @@ std::map<std::uint64_t, GroupRecords> expectedRecords(const std::string& clean, 
       group.damaged.push_back(damaged.substr(record.offset + 1, record.size - 1));
       bool outside = !overlaps(record, damage);
       if (reference >= 0) {
-        auto value = value_records.find(le(record.payload, static_cast<std::size_t>(reference), 8));
+        auto value = value_records.find(test::littleEndianAt(record.payload, static_cast<std::size_t>(reference), 8));
         outside = outside && value != value_records.end() && !overlaps(*value->second, damage);
       }
       group.outside.push_back(outside);
@@ -152,7 +146,7 @@ std::map<std::uint64_t, std::vector<std::string>> outputRecords(const std::strin
   if (!file.file) return output;
   for (std::size_t g = 0; g < file.groupCount(); ++g) {
     const ChannelGroupBlock* channel_group = test::channelGroup(file.group(g));
-    const GroupSpec* logged = specOf(channel_group->record_id);
+    const GroupSpec* logged = loggedGroupOf(channel_group->record_id);
     if (logged == nullptr || logged->data_bytes == 0) continue;
     std::string data = test::payloadOf(file.group(g)->data);
     std::map<std::uint64_t, std::string> values;
@@ -189,7 +183,7 @@ std::map<std::uint64_t, std::vector<bool>> compare(const std::map<std::uint64_t,
     for (bool outside : group.outside) tally.outside += outside;
     auto found = output.find(id);
     if (found == output.end()) continue;
-    const bool frames = referenceOffset(*specOf(id)) >= 0;
+    const bool frames = referenceOffset(*loggedGroupOf(id)) >= 0;
     std::size_t next = 0;
     for (const std::string& record : found->second) {
       std::size_t i = next;
@@ -316,12 +310,6 @@ TEST(SalvageDamage, RecoversTheRecordsOutsideRandomDamageAndInventsNone) {
   EXPECT_EQ(problems, 0u);
   EXPECT_GE(share, 99.0);
 }
-
-}  // namespace
-}  // namespace qm
-
-namespace qm {
-namespace {
 
 // A section large enough to be scanned in two lanes: both stop at the first stretch, and the
 // salvaged output is the one records read from a stream give.

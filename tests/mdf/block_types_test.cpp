@@ -2,10 +2,7 @@
 // save so that offsets on both sides are covered.
 #include <gtest/gtest.h>
 
-#include "mdf/channel_block.h"
-#include "mdf/channel_group_block.h"
 #include "mdf/conversion_block.h"
-#include "mdf/data_group_block.h"
 #include "mdf/file_history_block.h"
 #include "mdf/header_block.h"
 #include "mdf/id_block.h"
@@ -26,12 +23,8 @@ struct Tree {
   ChannelBlock* cn = nullptr;
 };
 
-// A file with one data group, one channel group and one channel (each optional part given).
-Tree loadTree(B& b, B::ChannelGroupSpec cg_spec, B::ChannelSpec cn_spec, B::HeaderSpec hd_spec = {}) {
-  cg_spec.first_channel = b.channel(cn_spec);
-  hd_spec.first_data_group = b.dataGroup({.first_channel_group = b.channelGroup(cg_spec), .record_id_size = 2});
-  b.header(hd_spec);
-  Tree tree{openBytes(b.bytes())};
+Tree treeOf(OpenedFile opened) {
+  Tree tree{std::move(opened)};
   if (!tree.opened.file) return tree;
   tree.header = tree.opened.file->header();
   tree.dg = blockAs<DataGroupBlock>(tree.header->data_groups.front());
@@ -40,15 +33,12 @@ Tree loadTree(B& b, B::ChannelGroupSpec cg_spec, B::ChannelSpec cn_spec, B::Head
   return tree;
 }
 
-// Saving and loading again must give the same fields.
-Tree reload(Tree& tree) {
-  Tree again{openBytes(saveToBytes(*tree.opened.file))};
-  if (!again.opened.file) return again;
-  again.header = again.opened.file->header();
-  again.dg = blockAs<DataGroupBlock>(again.header->data_groups.front());
-  again.cg = blockAs<ChannelGroupBlock>(again.dg->channel_groups.front());
-  again.cn = blockAs<ChannelBlock>(again.cg->channels.front());
-  return again;
+// A file with one data group, one channel group and one channel (each optional part given).
+Tree loadTree(B& b, B::ChannelGroupSpec cg_fields, B::ChannelSpec cn_fields, B::HeaderSpec hd_fields = {}) {
+  cg_fields.first_channel = b.channel(cn_fields);
+  hd_fields.first_data_group = b.dataGroup({.first_channel_group = b.channelGroup(cg_fields), .record_id_size = 2});
+  b.header(hd_fields);
+  return treeOf(openBytes(b.bytes()));
 }
 
 TEST(BlockFields, SurviveLoadAndSave) {
@@ -70,7 +60,7 @@ TEST(BlockFields, SurviveLoadAndSave) {
                    .start_angle = 0.25, .start_distance = 8.0};
   Tree first = loadTree(b, cg, cn, hd);
   ASSERT_TRUE(first.opened.file);
-  Tree tree = reload(first);
+  Tree tree = treeOf(openBytes(saveToBytes(*first.opened.file)));  // the same fields once saved and loaded again
   ASSERT_TRUE(tree.opened.file);
 
   EXPECT_EQ(tree.header->start_time, 123456789u);
@@ -181,13 +171,10 @@ TEST(BlockFields, ConversionWithReferenceLinksDoesNotLoad) {
 
 TEST(TextBlock, KeepsEveryByteAndIsWrittenWithItsStoredLength) {
   B b;
-  auto cn = b.channel({.name = b.textBytes(std::string("abc\0\0\0\0\0", 8)), .unit = b.textBytes("")});
-  auto cg = b.channelGroup({.first_channel = cn});
-  b.header({.first_data_group = b.dataGroup({.first_channel_group = cg})});
+  hangInOneGroup(b, b.channel({.name = b.textBytes(std::string("abc\0\0\0\0\0", 8)), .unit = b.textBytes("")}));
   auto opened = openBytes(b.bytes());
   ASSERT_TRUE(opened.file);
-  auto* dg = blockAs<DataGroupBlock>(opened.file->dataGroups()->front());
-  auto* channel = blockAs<ChannelBlock>(blockAs<ChannelGroupBlock>(dg->channel_groups.front())->channels.front());
+  ChannelBlock* channel = firstChannel(*opened.file);
   EXPECT_EQ(blockAs<TextBlock>(channel->name)->text.size(), 8u);
   EXPECT_EQ(textOf(channel->name), "abc");
   EXPECT_EQ(blockAs<TextBlock>(channel->unit)->text.size(), 0u);

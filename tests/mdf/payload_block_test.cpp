@@ -40,24 +40,18 @@ LoadedPayload loadPayload(const std::string& code, const std::string& bytes, std
   return loaded;
 }
 
-TEST(PayloadView, ReadStopsAtTheEndOfTheDataSection) {
-  LoadedPayload dt = loadPayload("DT", std::string(40, 'x'));  // the data group follows it
+TEST(PayloadView, ReadStopsAtTheEndOfTheDataSectionAndSeeksFromItsStart) {
+  LoadedPayload dt = loadPayload("DT", "0123456789abcdefghij");  // the data group follows it
   ASSERT_TRUE(dt.payload());
   Stream* view = dt.payload()->payloadStream();
   char buffer[100];
-  EXPECT_EQ(view->read(buffer, sizeof buffer), 40);
+  EXPECT_EQ(view->read(buffer, sizeof buffer), 20);
   EXPECT_EQ(view->read(buffer, sizeof buffer), 0);
-  EXPECT_EQ(view->tell(), 40);
-}
-
-TEST(PayloadView, SeekTakesOffsetsFromTheStartAndClamps) {
-  LoadedPayload dt = loadPayload("DT", "0123456789abcdefghij");
-  Stream* view = dt.payload()->payloadStream();
+  EXPECT_EQ(view->tell(), 20);
   EXPECT_EQ(view->seek(15, kSeekSet), 15);
   EXPECT_EQ(view->seek(10, kSeekCur), 10);  // not 25: origin 1 also counts from the start
-  char c;
-  EXPECT_EQ(view->read(&c, 1), 1);
-  EXPECT_EQ(c, 'a');
+  EXPECT_EQ(view->read(buffer, 1), 1);
+  EXPECT_EQ(buffer[0], 'a');
   EXPECT_EQ(view->seek(-3, kSeekEnd), 20);
   EXPECT_EQ(view->seek(500, kSeekSet), 20);
   EXPECT_EQ(view->seek(5, 7), 0);

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "tests/support/container_writer.h"
-#include "tests/support/mdf_builder.h"
+#include "tests/support/logger_files.h"
 #include "tests/support/run_program.h"
 
 namespace qm::test {
@@ -15,22 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kFileCount = 3000;
-
-std::string smallLoggerFile(int seed) {
-  MdfBuilder b;
-  b.id({.standard_flags = 0x0025});
-  auto second = b.channelGroup({.first_channel = b.channel({.name = b.text("Rpm"), .bit_count = 32}), .record_id = 2,
-                                .data_bytes = 4});
-  auto first = b.channelGroup({.next = second, .first_channel = b.channel({.name = b.text("Speed"), .bit_count = 16}),
-                               .record_id = 1, .data_bytes = 2});
-  auto data_group = b.dataGroup({.first_channel_group = first, .record_id_size = 1});
-  b.header({.first_data_group = data_group});
-  auto data = b.data(MdfBuilder::record(1, 1, MdfBuilder::u16(static_cast<std::uint16_t>(seed))) +
-                     MdfBuilder::record(2, 1, MdfBuilder::u32(static_cast<std::uint32_t>(seed))));
-  b.setLength(data, 24);
-  b.setLink(data_group, 2, data);
-  return b.bytes();
-}
 
 std::size_t countOutputs(const fs::path& folder) {
   std::size_t count = 0;
@@ -46,7 +30,7 @@ class ManyFiles : public ::testing::TestWithParam<const char*> {};
 TEST_P(ManyFiles, ThousandsOfInputsConvertInOneRunUnderTheUsualFileLimit) {
   TempDir dir;
   writeFile(dir / "passwords.json", "{\n  \"default\": \"pw\"\n}\n");
-  const std::string plain = smallLoggerFile(7);
+  const std::string plain = twoGroupLoggerFile(7, 2);
   const std::string compressed = makeCompressedContainer(plain, 0x42, 8, 4);
   const std::string encrypted = makeEncryptedContainer(plain, 0x42, "pw", 1);
   int damaged = 0;

@@ -1,7 +1,7 @@
 #pragma once
 // Test helpers: the conversion of one input done wholly in memory (containers peeled, file
-// opened, finalized, saved), and what a finalized output holds, read back by the program's
-// own loader.
+// opened, finalized, saved), what a finalized output holds, read back by the program's own
+// loader, and a realistic logger file to feed it.
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -34,5 +34,11 @@ struct FinalizedContent {
 // None when the bytes do not load, or when a data group does not hold exactly one channel
 // group (a finalized file is sorted).
 std::optional<FinalizedContent> readFinalized(std::string_view bytes);
+
+// One already sorted data group with a conversion and a bus source; one unsorted data group
+// (1-byte record ids) holding CAN frames whose payload bytes are in a VLSD channel group, and
+// LIN frames, interleaved; texts and metadata on the way; the unsorted data block last, its
+// length never written.
+std::string loggerFile();
 
 }  // namespace qm::test

@@ -1,10 +1,10 @@
 // Every prefix of a realistic logger file, as a logger cut off by a power loss leaves it: each
-// must convert to a valid file or fail cleanly, plain or inside a container.
+// must convert to a valid file or fail cleanly, plain or inside a container. And a read-ahead
+// buffer of any size is invisible in the output.
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "tests/robustness/logger_file.h"
 #include "tests/robustness/memory_conversion.h"
 #include "tests/support/container_writer.h"
 #include "tests/support/log_capture.h"
@@ -82,6 +82,21 @@ TEST_F(Truncation, NoPrefixOfAnEncryptedContainerButTheWholeOneOpens) {
   MemoryConversion whole = convertInMemory(container);
   ASSERT_TRUE(whole.opened);
   EXPECT_EQ(readFinalized(whole.output)->records, whole_.records);
+}
+
+// The same bytes as a conversion that reads straight from the input.
+TEST(BufferedInput, ReadAheadOfAnySizeConvertsLikeTheUnbufferedInput) {
+  const std::string plain = loggerFile();
+  for (const std::string& input : {plain, makeCompressedContainer(plain, 7, 10, 5)}) {
+    const MemoryConversion direct = convertInMemory(input);
+    ASSERT_TRUE(direct.saved);
+    for (std::size_t read_ahead : {1ul, 8ul, 64ul, 1000ul, input.size() - 1, input.size(), input.size() + 100}) {
+      SCOPED_TRACE("read-ahead " + std::to_string(read_ahead));
+      MemoryConversion buffered = convertInMemory(input, read_ahead);
+      EXPECT_TRUE(buffered.saved);
+      EXPECT_EQ(buffered.output, direct.output);
+    }
+  }
 }
 
 }  // namespace

@@ -13,12 +13,6 @@
 namespace qm {
 namespace {
 
-std::string bytesOfSize(std::size_t size) {
-  std::string out(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<char>(i * 13 + 1);
-  return out;
-}
-
 TEST(BufferedStream, SizeIsRoundedUpToEightAndZeroRefused) {
   auto buffered = BufferedStream::create(test::memoryStreamOf("x"), 13);
   ASSERT_NE(buffered, nullptr);
@@ -29,7 +23,7 @@ TEST(BufferedStream, SizeIsRoundedUpToEightAndZeroRefused) {
 }
 
 TEST(BufferedStream, WholeFileBufferServesEverySeekFromMemory) {
-  std::string data = bytesOfSize(1000);
+  std::string data = test::patternBytes(1000);
   test::StreamCalls calls;
   auto buffered = BufferedStream::create(test::countingStreamOf(data, &calls), data.size());
   char buffer[100];
@@ -49,7 +43,7 @@ TEST(BufferedStream, WholeFileBufferServesEverySeekFromMemory) {
 }
 
 TEST(BufferedStream, SmallBufferReadsAcrossRefills) {
-  std::string data = bytesOfSize(5000);
+  std::string data = test::patternBytes(5000);
   auto buffered = BufferedStream::create(test::memoryStreamOf(data), 61);  // 64 bytes
   std::mt19937 rng(2);
   char buffer[300];
@@ -65,11 +59,15 @@ TEST(BufferedStream, SmallBufferReadsAcrossRefills) {
   }
 }
 
-TEST(BufferedStream, SeekOutsideTheInnerStreamKeepsThePosition) {
-  std::string data = bytesOfSize(100);
+TEST(BufferedStream, SizeIsMeasuredAndSeeksOutsideTheInnerStreamKeepThePosition) {
+  std::string data = test::patternBytes(100);
   auto buffered = BufferedStream::create(test::memoryStreamOf(data), 16);
   char buffer[4];
   ASSERT_EQ(buffered->read(buffer, 4), 4);
+  EXPECT_EQ(streamSize(buffered.get()), 100);  // beyond the buffer's end
+  EXPECT_EQ(buffered->tell(), 4);
+  EXPECT_EQ(buffered->seek(100, kSeekSet), 100);  // the very end
+  EXPECT_EQ(buffered->read(buffer, 4), 0);
   ASSERT_EQ(buffered->seek(50, kSeekSet), 50);
   EXPECT_EQ(buffered->seek(120, kSeekSet), 50);   // refill finds nothing there
   EXPECT_EQ(buffered->seek(-5, kSeekSet), 50);    // nor before the start
@@ -98,7 +96,7 @@ TEST(BufferedStream, CloseClosesTheInnerStreamOnce) {
 TEST(BufferedStream, WholeFileBufferHoldsTheFileReadOrMapped) {
   test::TempDir dir;
   std::string path = dir / "input.MF4";
-  std::string data = bytesOfSize(10000);
+  std::string data = test::patternBytes(10000);
   test::writeFile(path, data);
   for (std::uint64_t read_whole_limit : {BufferedStream::kReadWholeLimit, std::uint64_t{0}}) {
     for (std::size_t size : {data.size(), data.size() + 100}) {
@@ -128,29 +126,24 @@ TEST(BufferedStream, WholeFileBufferHoldsTheFileReadOrMapped) {
   }
 }
 
-TEST(BufferedStream, LargeFileReadInTwoHalvesHoldsEveryByte) {
+// A whole-file buffer of a large file is read in two halves; a read-ahead smaller than the file
+// holds none of it in memory.
+TEST(BufferedStream, LargeFileReadInTwoHalvesHoldsEveryByteASmallerReadAheadShowsNone) {
   test::TempDir dir;
   std::string path = dir / "large.MF4";
-  std::string data = bytesOfSize((std::size_t{20} << 20) + 13);  // halves meet inside it
+  std::string data = test::patternBytes((std::size_t{20} << 20) + 13);  // halves meet inside it
   test::writeFile(path, data);
-  auto buffered = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), data.size());
-  ASSERT_NE(buffered, nullptr);
-  ByteView contents = buffered->contents();
+  auto whole = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), data.size());
+  ASSERT_NE(whole, nullptr);
+  ByteView contents = whole->contents();
   ASSERT_EQ(contents.size, data.size());
   EXPECT_TRUE(std::memcmp(contents.data, data.data(), data.size()) == 0);
-}
-
-TEST(BufferedStream, ReadAheadSmallerThanTheFileShowsNoContents) {
-  test::TempDir dir;
-  std::string path = dir / "input.MF4";
-  std::string data = bytesOfSize(5000);
-  test::writeFile(path, data);
-  auto buffered = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), 4096);
-  ASSERT_NE(buffered, nullptr);
-  EXPECT_FALSE(buffered->contents().inMemory());
+  auto ahead = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), 4096);
+  ASSERT_NE(ahead, nullptr);
+  EXPECT_FALSE(ahead->contents().inMemory());
   std::string read(5000, '\0');
-  EXPECT_EQ(buffered->read(read.data(), read.size()), 5000);
-  EXPECT_EQ(read, data);
+  EXPECT_EQ(ahead->read(read.data(), read.size()), 5000);
+  EXPECT_EQ(read, data.substr(0, 5000));
 }
 
 }  // namespace

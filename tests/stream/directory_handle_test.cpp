@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "base/log.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/temp_dir.h"
 
 namespace qm {
@@ -61,13 +61,6 @@ TEST(DirectoryHandle, StatTellsTypesAndSizes) {
   EXPECT_FALSE(root->stat("sub/file.bin/below", &entry));
 }
 
-struct CapturedLines {
-  std::vector<std::string> lines;
-  static void collect(void* arg, LogLine& line) {
-    static_cast<CapturedLines*>(arg)->lines.emplace_back(line.start, line.pos);
-  }
-};
-
 TEST(DirectoryHandle, ListSortsByteWiseAndKeepsOnlyFilesAndFolders) {
   TempDir dir;
   for (const char* name : {"b.mf4", "B.MF4", "a", "\xC3\xA9.mf4", "_x"}) test::writeFile(dir / (std::string("in/") + name), "");
@@ -77,24 +70,16 @@ TEST(DirectoryHandle, ListSortsByteWiseAndKeepsOnlyFilesAndFolders) {
 #endif
   auto root = DirectoryHandle::create(dir.path().string());
 
-  CapturedLines captured;
-  int old_threshold = logThreshold();
-  setLogThreshold(kLogInfo);
-  setLogOutput(kLogMessage, &captured, &CapturedLines::collect);
+  test::LogCapture log(kLogInfo);
   std::vector<DirectoryEntry> entries(1);  // a name already listed is kept as it is
   entries[0].name = "a";
-  bool listed = root->list("in", &entries);
-  setLogOutput(kLogContext | kLogTag | kLogLocation | kLogMessage, nullptr, nullptr);
-  setLogThreshold(old_threshold);
-
-  ASSERT_TRUE(listed);
+  ASSERT_TRUE(root->list("in", &entries));
   EXPECT_EQ(namesOf(entries),
             (std::vector<std::string>{"B.MF4", "_x", "a", "b.mf4", "sub", "\xC3\xA9.mf4"}));
   EXPECT_EQ(entries[2].type, kEntryOther);
   EXPECT_EQ(entries[3].type, kEntryFile);
   EXPECT_EQ(entries[4].type, kEntryDirectory);
-  ASSERT_EQ(captured.lines.size(), 1u);
-  EXPECT_NE(captured.lines[0].find("ls: in"), std::string::npos);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"ls: in"});
   EXPECT_FALSE(root->list("missing", &entries));
   EXPECT_EQ(entries.size(), 6u);
 }

@@ -4,24 +4,11 @@
 
 #include <string>
 
-#include "stream/memory_stream.h"
 #include "tests/support/byte_stream.h"
+#include "tests/support/counting_stream.h"
 
 namespace qm {
 namespace {
-
-std::string bytesOfSize(std::size_t size) {
-  std::string out(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<char>((i * 2654435761u) >> 13);
-  return out;
-}
-
-std::unique_ptr<MemoryStream> memoryOf(const std::string& bytes) {
-  auto stream = std::make_unique<MemoryStream>();
-  stream->write(bytes.data(), bytes.size());
-  stream->seek(0, kSeekSet);
-  return stream;
-}
 
 // Hands out at most a few bytes per read, the way a stream that gathers pieces may.
 class TrickleStream : public MemoryStream {
@@ -48,8 +35,8 @@ TEST(OverlappedCopy, SmallAndLargeCopiesGiveTheSameBytes) {
   // Below and above the size from which the writing moves to a second thread.
   for (std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{5000}, std::size_t{20} << 20}) {
     SCOPED_TRACE("size " + std::to_string(size));
-    std::string data = bytesOfSize(size);
-    auto source = memoryOf(data);
+    std::string data = test::patternBytes(size);
+    auto source = test::memoryStreamOf(data);
     test::ByteStream target("head");
     target.seek(4, kSeekSet);
     EXPECT_TRUE(copyOverlapped(source.get(), &target, size));
@@ -58,7 +45,7 @@ TEST(OverlappedCopy, SmallAndLargeCopiesGiveTheSameBytes) {
 }
 
 TEST(OverlappedCopy, ShortReadsAreCollectedUntilTheSizeIsReached) {
-  std::string data = bytesOfSize(9 << 20);
+  std::string data = test::patternBytes(9 << 20);
   TrickleStream source;
   source.write(data.data(), data.size());
   source.seek(0, kSeekSet);
@@ -68,13 +55,13 @@ TEST(OverlappedCopy, ShortReadsAreCollectedUntilTheSizeIsReached) {
 }
 
 TEST(OverlappedCopy, AShortSourceOrAFullTargetFails) {
-  std::string data = bytesOfSize(12 << 20);
+  std::string data = test::patternBytes(12 << 20);
   for (std::size_t size : {std::size_t{100}, data.size()}) {
-    auto short_source = memoryOf(data.substr(0, size - 1));
+    auto short_source = test::memoryStreamOf(data.substr(0, size - 1));
     test::ByteStream target;
     EXPECT_FALSE(copyOverlapped(short_source.get(), &target, size));
 
-    auto source = memoryOf(data.substr(0, size));
+    auto source = test::memoryStreamOf(data.substr(0, size));
     FullDisk full(size / 2);
     EXPECT_FALSE(copyOverlapped(source.get(), &full, size));
   }

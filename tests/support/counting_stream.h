@@ -1,6 +1,7 @@
 #pragma once
 // A memory stream that counts the calls made on it and reports its close to a flag the test
-// keeps, so that tests can see what a layer does to the stream beneath it.
+// keeps, so that tests can see what a layer does to the stream beneath it; and the bytes tests
+// put in streams.
 #include <memory>
 #include <string>
 #include <string_view>
@@ -47,9 +48,17 @@ inline std::unique_ptr<CountingStream> countingStreamOf(std::string_view bytes, 
   return stream;
 }
 
+// `size` bytes without a short period, so that bytes out of place show.
+inline std::string patternBytes(std::size_t size) {
+  std::string out(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) out[i] = static_cast<char>((i * 2654435761u) >> 13);
+  return out;
+}
+
+// The bytes as a memory stream positioned at 0.
 inline std::unique_ptr<MemoryStream> memoryStreamOf(std::string_view bytes) {
   auto stream = std::make_unique<MemoryStream>();
-  stream->write(bytes.data(), bytes.size());
+  if (!bytes.empty()) stream->write(bytes.data(), bytes.size());
   stream->seek(0, 0);
   return stream;
 }

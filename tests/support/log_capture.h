@@ -1,5 +1,6 @@
 #pragma once
-// Collects the messages logged while it lives (message text only, no context or newline).
+// Collects the lines logged at `threshold` or above while it lives: by default the message text
+// only, or the `parts` asked for; never the newline.
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,9 +11,9 @@ namespace qm::test {
 
 class LogCapture {
  public:
-  LogCapture() : threshold_(logThreshold()) {
-    setLogThreshold(0);
-    setLogOutput(kLogMessage, this, &LogCapture::collect);
+  explicit LogCapture(int threshold = 0, unsigned parts = kLogMessage) : threshold_(logThreshold()) {
+    setLogThreshold(threshold);
+    setLogOutput(parts, this, &LogCapture::collect);
   }
   ~LogCapture() {
     setLogOutput(kLogContext | kLogTag | kLogLocation | kLogMessage, nullptr, nullptr);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <random>
 #include <vector>
 
 namespace qm::test {
@@ -136,6 +137,20 @@ std::string lzssEncode(std::string_view data, int window_bits, int lookahead_bit
     for (std::size_t end = pos + match.length; pos < end; ++pos) finder.insert(pos);
   }
   return bits.finish();
+}
+
+std::string loggerLikeBytes(std::size_t size, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::string out;
+  for (std::uint32_t n = 0; out.size() < size; ++n) {
+    out += static_cast<char>(1 + n % 3);
+    out.append(reinterpret_cast<const char*>(&n), sizeof n);
+    out += "\x18\xFE\xF1\x00\x08";
+    out.append(rng() % 12, '\0');
+    out += static_cast<char>(rng());
+  }
+  out.resize(size);
+  return out;
 }
 
 }  // namespace qm::test

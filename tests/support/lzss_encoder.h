@@ -12,6 +12,10 @@ namespace qm::test {
 // Valid for every pair the decoder accepts (window bits 4..15, lookahead bits 3..window bits - 1).
 std::string lzssEncode(std::string_view data, int window_bits, int lookahead_bits);
 
+// Records with counters, constant fields, runs of zeros and some noise, as a logger writes them:
+// literals and back-references of many lengths and distances occur when they are encoded.
+std::string loggerLikeBytes(std::size_t size, unsigned seed);
+
 // Writes fields most significant bit first; used by the encoder and by tests that hand-make
 // bitstreams.
 class BitWriter {

@@ -13,6 +13,14 @@ void put(std::string& out, T value) {
   out.append(bytes, sizeof(T));
 }
 
+// The values' bytes one after the other, as a data section lays its fields out.
+template <class... T>
+std::string bytesOf(T... values) {
+  std::string out;
+  (put(out, values), ...);
+  return out;
+}
+
 std::string fixedText(const std::string& text) {
   std::string out = text.substr(0, 8);
   out.resize(8, ' ');
@@ -42,16 +50,8 @@ MdfBuilder::Handle MdfBuilder::add(Entry entry) {
 }
 
 MdfBuilder::Handle MdfBuilder::header(const HeaderSpec& s) {
-  std::string d;
-  put(d, s.start_time);
-  put(d, s.time_zone_offset);
-  put(d, s.daylight_saving_offset);
-  put(d, s.time_flags);
-  put(d, s.time_quality);
-  put(d, s.flags);
-  d.push_back('\0');
-  put(d, s.start_angle);
-  put(d, s.start_distance);
+  std::string d = bytesOf(s.start_time, s.time_zone_offset, s.daylight_saving_offset, s.time_flags, s.time_quality,
+                          s.flags, std::uint8_t{0}, s.start_angle, s.start_distance);
   Handle h = add({.code = "HD",
                   .links = {s.first_data_group, s.first_file_history, s.channel_hierarchy, s.attachment, s.event,
                             s.comment},
@@ -61,20 +61,13 @@ MdfBuilder::Handle MdfBuilder::header(const HeaderSpec& s) {
 }
 
 MdfBuilder::Handle MdfBuilder::dataGroup(const DataGroupSpec& s) {
-  std::string d(8, '\0');
-  d[0] = static_cast<char>(s.record_id_size);
+  std::string d = bytesOf(s.record_id_size) + std::string(7, '\0');
   return add({.code = "DG", .links = {s.next, s.first_channel_group, s.data, s.comment}, .data_section = d});
 }
 
 MdfBuilder::Handle MdfBuilder::channelGroup(const ChannelGroupSpec& s) {
-  std::string d;
-  put(d, s.record_id);
-  put(d, s.cycle_count);
-  put(d, s.flags);
-  put(d, s.path_separator);
-  put(d, std::uint32_t{0});
-  put(d, s.data_bytes);
-  put(d, s.invalidation_bytes);
+  std::string d = bytesOf(s.record_id, s.cycle_count, s.flags, s.path_separator, std::uint32_t{0}, s.data_bytes,
+                          s.invalidation_bytes);
   return add({.code = "CG",
               .links = {s.next, s.first_channel, s.acquisition_name, s.acquisition_source, s.sample_reduction,
                         s.comment},
@@ -82,69 +75,37 @@ MdfBuilder::Handle MdfBuilder::channelGroup(const ChannelGroupSpec& s) {
 }
 
 MdfBuilder::Handle MdfBuilder::channel(const ChannelSpec& s) {
-  std::string d;
-  put(d, s.channel_type);
-  put(d, s.sync_type);
-  put(d, s.data_type);
-  put(d, s.bit_offset);
-  put(d, s.byte_offset);
-  put(d, s.bit_count);
-  put(d, s.flags);
-  put(d, s.invalidation_bit_position);
-  put(d, s.precision);
-  d.push_back('\0');
-  put(d, s.attachment_count);
-  for (double v : {s.value_range_min, s.value_range_max, s.limit_min, s.limit_max, s.extended_limit_min,
-                   s.extended_limit_max}) {
-    put(d, v);
-  }
+  std::string d = bytesOf(s.channel_type, s.sync_type, s.data_type, s.bit_offset, s.byte_offset, s.bit_count, s.flags,
+                          s.invalidation_bit_position, s.precision, std::uint8_t{0}, s.attachment_count,
+                          s.value_range_min, s.value_range_max, s.limit_min, s.limit_max, s.extended_limit_min,
+                          s.extended_limit_max);
   return add({.code = "CN",
               .links = {s.next, s.composition, s.name, s.source, s.conversion, s.data, s.unit, s.comment},
               .data_section = d});
 }
 
 MdfBuilder::Handle MdfBuilder::conversion(const ConversionSpec& s) {
-  std::string d;
-  put(d, s.conversion_type);
-  put(d, s.precision);
-  put(d, s.flags);
-  put(d, s.reference_count);
-  put(d, s.value_count.value_or(static_cast<std::uint16_t>(s.values.size())));
-  put(d, s.physical_min);
-  put(d, s.physical_max);
+  std::string d = bytesOf(s.conversion_type, s.precision, s.flags, s.reference_count,
+                          s.value_count.value_or(static_cast<std::uint16_t>(s.values.size())), s.physical_min,
+                          s.physical_max);
   for (double v : s.values) put(d, v);
   return add({.code = "CC", .links = {s.name, s.unit, s.comment, s.inverse}, .data_section = d});
 }
 
 MdfBuilder::Handle MdfBuilder::source(const SourceSpec& s) {
-  std::string d;
-  put(d, s.source_type);
-  put(d, s.bus_type);
-  put(d, s.flags);
-  d.append(5, '\0');
+  std::string d = bytesOf(s.source_type, s.bus_type, s.flags) + std::string(5, '\0');
   return add({.code = "SI", .links = {s.name, s.path, s.comment}, .data_section = d});
 }
 
 MdfBuilder::Handle MdfBuilder::fileHistory(const FileHistorySpec& s) {
-  std::string d;
-  put(d, s.time);
-  put(d, s.time_zone_offset);
-  put(d, s.daylight_saving_offset);
-  put(d, s.time_flags);
-  d.append(3, '\0');
+  std::string d = bytesOf(s.time, s.time_zone_offset, s.daylight_saving_offset, s.time_flags) + std::string(3, '\0');
   return add({.code = "FH", .links = {s.next, s.comment}, .data_section = d});
 }
 
-MdfBuilder::Handle MdfBuilder::text(std::string_view t) {
-  std::string d(t);
-  d.push_back('\0');
-  return add({.code = "TX", .data_section = d});
-}
+MdfBuilder::Handle MdfBuilder::text(std::string_view t) { return add({.code = "TX", .data_section = std::string(t) + '\0'}); }
 
 MdfBuilder::Handle MdfBuilder::metadata(std::string_view xml) {
-  std::string d(xml);
-  d.push_back('\0');
-  return add({.code = "MD", .data_section = d});
+  return add({.code = "MD", .data_section = std::string(xml) + '\0'});
 }
 
 MdfBuilder::Handle MdfBuilder::textBytes(std::string_view bytes) {
@@ -153,10 +114,6 @@ MdfBuilder::Handle MdfBuilder::textBytes(std::string_view bytes) {
 
 MdfBuilder::Handle MdfBuilder::data(std::string_view payload) {
   return add({.code = "DT", .data_section = std::string(payload)});
-}
-
-MdfBuilder::Handle MdfBuilder::signalData(std::string_view payload) {
-  return add({.code = "SD", .data_section = std::string(payload)});
 }
 
 MdfBuilder::Handle MdfBuilder::block(std::string_view code, const std::vector<Handle>& links,
@@ -169,11 +126,9 @@ MdfBuilder::Handle MdfBuilder::raw(std::string_view bytes) {
 }
 
 MdfBuilder::Handle MdfBuilder::offset(std::uint64_t value) {
-  Entry entry;
-  entry.offset = value;
-  laid_out_ = false;
-  entries_.push_back(std::move(entry));
-  return static_cast<Handle>(entries_.size() - 1);
+  Handle handle = add({.offset = value});
+  entries_.back().has_content = false;
+  return handle;
 }
 
 void MdfBuilder::setLink(Handle block, std::size_t index, Handle target) {
@@ -245,28 +200,19 @@ std::string MdfBuilder::bytes() {
     if (e.has_content) end = std::max(end, e.resolved + sizeOf(e));
   }
   std::string out(end, '\0');
-  std::string id;
   bool finalized = id_.standard_flags == 0 && id_.custom_flags == 0;
-  id += id_.file_id.empty() ? std::string(finalized ? "MDF     " : "UnFinMF ") : id_.file_id.substr(0, 8);
-  id.resize(8, '\0');
-  id += fixedText(id_.version_text);
-  id += fixedText(id_.program_id);
-  id.append(4, '\0');
-  put(id, id_.version_number);
-  id.append(30, '\0');
-  put(id, id_.standard_flags);
-  put(id, id_.custom_flags);
-  out.replace(0, 64, id);
+  std::string file_id = id_.file_id.empty() ? std::string(finalized ? "MDF     " : "UnFinMF ") : id_.file_id.substr(0, 8);
+  file_id.resize(8, '\0');
+  out.replace(0, 64, file_id + fixedText(id_.version_text) + fixedText(id_.program_id) + std::string(4, '\0') +
+                         bytesOf(id_.version_number) + std::string(30, '\0') +
+                         bytesOf(id_.standard_flags, id_.custom_flags));
   for (const Entry& e : entries_) {
     if (!e.has_content) continue;
     std::string block;
     if (e.is_raw) {
       block = e.data_section;
     } else {
-      block = "##" + e.code;
-      block.append(4, '\0');
-      put(block, e.length.value_or(sizeOf(e)));
-      put(block, static_cast<std::uint64_t>(e.links.size()));
+      block = "##" + e.code + std::string(4, '\0') + bytesOf(e.length.value_or(sizeOf(e)), std::uint64_t{e.links.size()});
       for (Handle link : e.links) put(block, offsetOf(link));
       block += e.data_section;
     }
@@ -286,37 +232,10 @@ std::string MdfBuilder::vlsdRecord(std::uint64_t record_id, int id_bytes, std::s
   return record(record_id, id_bytes, u32(static_cast<std::uint32_t>(value.size())) + std::string(value));
 }
 
-std::string MdfBuilder::u16(std::uint16_t v) {
-  std::string out;
-  put(out, v);
-  return out;
-}
-std::string MdfBuilder::u32(std::uint32_t v) {
-  std::string out;
-  put(out, v);
-  return out;
-}
-std::string MdfBuilder::u64(std::uint64_t v) {
-  std::string out;
-  put(out, v);
-  return out;
-}
-std::string MdfBuilder::f64(double v) {
-  std::string out;
-  put(out, v);
-  return out;
-}
-
-std::unique_ptr<MemoryStream> memoryStreamOf(std::string_view bytes) {
-  auto stream = std::make_unique<MemoryStream>();
-  if (!bytes.empty()) stream->write(bytes.data(), bytes.size());
-  stream->seek(0, 0);
-  return stream;
-}
-
-std::string contentOf(const MemoryStream& stream) {
-  return std::string(reinterpret_cast<const char*>(stream.data()), stream.size());
-}
+std::string MdfBuilder::u16(std::uint16_t v) { return bytesOf(v); }
+std::string MdfBuilder::u32(std::uint32_t v) { return bytesOf(v); }
+std::string MdfBuilder::u64(std::uint64_t v) { return bytesOf(v); }
+std::string MdfBuilder::f64(double v) { return bytesOf(v); }
 
 std::uint64_t readU64At(const std::string& bytes, std::size_t offset) { return getAt<std::uint64_t>(bytes, offset); }
 std::uint32_t readU32At(const std::string& bytes, std::size_t offset) { return getAt<std::uint32_t>(bytes, offset); }

@@ -13,13 +13,10 @@
 //                                              .record_id_size = 1})});
 //   std::string file = b.bytes();
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "stream/memory_stream.h"
 
 namespace qm::test {
 
@@ -28,105 +25,58 @@ class MdfBuilder {
   using Handle = int;
   static constexpr Handle kNone = 0;  // a link written as 0
 
+  // The fields of each block in file order: its links first, then its data section. Links are
+  // handles; kNone writes 0.
   struct IdSpec {
     std::string file_id{};  // empty: "MDF     " when both flags are 0, else "UnFinMF "
-    std::string version_text = "4.10    ";
-    std::string program_id = "qmtest  ";
-    std::uint16_t version_number = 410;
-    std::uint16_t standard_flags = 0;
-    std::uint16_t custom_flags = 0;
+    std::string version_text = "4.10    ", program_id = "qmtest  ";
+    std::uint16_t version_number = 410, standard_flags = 0, custom_flags = 0;
   };
   struct HeaderSpec {
-    Handle first_data_group = kNone;
-    Handle first_file_history = kNone;
-    Handle channel_hierarchy = kNone;
-    Handle attachment = kNone;
-    Handle event = kNone;
-    Handle comment = kNone;
+    Handle first_data_group = kNone, first_file_history = kNone, channel_hierarchy = kNone, attachment = kNone,
+           event = kNone, comment = kNone;
     std::uint64_t start_time = 0;
-    std::int16_t time_zone_offset = 0;
-    std::int16_t daylight_saving_offset = 0;
-    std::uint8_t time_flags = 0;
-    std::uint8_t time_quality = 0;
-    std::uint8_t flags = 0;
-    double start_angle = 0.0;
-    double start_distance = 0.0;
+    std::int16_t time_zone_offset = 0, daylight_saving_offset = 0;
+    std::uint8_t time_flags = 0, time_quality = 0, flags = 0;
+    double start_angle = 0.0, start_distance = 0.0;
   };
   struct DataGroupSpec {
-    Handle next = kNone;
-    Handle first_channel_group = kNone;
-    Handle data = kNone;
-    Handle comment = kNone;
+    Handle next = kNone, first_channel_group = kNone, data = kNone, comment = kNone;
     std::uint8_t record_id_size = 0;
   };
   struct ChannelGroupSpec {
-    Handle next = kNone;
-    Handle first_channel = kNone;
-    Handle acquisition_name = kNone;
-    Handle acquisition_source = kNone;
-    Handle sample_reduction = kNone;
-    Handle comment = kNone;
-    std::uint64_t record_id = 0;
-    std::uint64_t cycle_count = 0;
-    std::uint16_t flags = 0;
-    std::uint16_t path_separator = 0;
-    std::uint32_t data_bytes = 0;
-    std::uint32_t invalidation_bytes = 0;
+    Handle next = kNone, first_channel = kNone, acquisition_name = kNone, acquisition_source = kNone,
+           sample_reduction = kNone, comment = kNone;
+    std::uint64_t record_id = 0, cycle_count = 0;
+    std::uint16_t flags = 0, path_separator = 0;
+    std::uint32_t data_bytes = 0, invalidation_bytes = 0;
   };
   struct ChannelSpec {
-    Handle next = kNone;
-    Handle composition = kNone;
-    Handle name = kNone;
-    Handle source = kNone;
-    Handle conversion = kNone;
-    Handle data = kNone;
-    Handle unit = kNone;
-    Handle comment = kNone;
-    std::uint8_t channel_type = 0;
-    std::uint8_t sync_type = 0;
-    std::uint8_t data_type = 0;
-    std::uint8_t bit_offset = 0;
-    std::uint32_t byte_offset = 0;
-    std::uint32_t bit_count = 0;
-    std::uint32_t flags = 0;
-    std::uint32_t invalidation_bit_position = 0;
+    Handle next = kNone, composition = kNone, name = kNone, source = kNone, conversion = kNone, data = kNone,
+           unit = kNone, comment = kNone;
+    std::uint8_t channel_type = 0, sync_type = 0, data_type = 0, bit_offset = 0;
+    std::uint32_t byte_offset = 0, bit_count = 0, flags = 0, invalidation_bit_position = 0;
     std::uint8_t precision = 0;
     std::uint16_t attachment_count = 0;
-    double value_range_min = 0.0;
-    double value_range_max = 0.0;
-    double limit_min = 0.0;
-    double limit_max = 0.0;
-    double extended_limit_min = 0.0;
-    double extended_limit_max = 0.0;
+    double value_range_min = 0.0, value_range_max = 0.0, limit_min = 0.0, limit_max = 0.0, extended_limit_min = 0.0,
+           extended_limit_max = 0.0;
   };
   struct ConversionSpec {
-    Handle name = kNone;
-    Handle unit = kNone;
-    Handle comment = kNone;
-    Handle inverse = kNone;
-    std::uint8_t conversion_type = 0;
-    std::uint8_t precision = 0;
-    std::uint16_t flags = 0;
-    std::uint16_t reference_count = 0;
+    Handle name = kNone, unit = kNone, comment = kNone, inverse = kNone;
+    std::uint8_t conversion_type = 0, precision = 0;
+    std::uint16_t flags = 0, reference_count = 0;
     std::vector<double> values{};
     std::optional<std::uint16_t> value_count{};  // default: values.size()
-    double physical_min = 0.0;
-    double physical_max = 0.0;
+    double physical_min = 0.0, physical_max = 0.0;
   };
   struct SourceSpec {
-    Handle name = kNone;
-    Handle path = kNone;
-    Handle comment = kNone;
-    std::uint8_t source_type = 0;
-    std::uint8_t bus_type = 0;
-    std::uint8_t flags = 0;
+    Handle name = kNone, path = kNone, comment = kNone;
+    std::uint8_t source_type = 0, bus_type = 0, flags = 0;
   };
   struct FileHistorySpec {
-    Handle next = kNone;
-    Handle comment = kNone;
+    Handle next = kNone, comment = kNone;
     std::uint64_t time = 0;
-    std::int16_t time_zone_offset = 0;
-    std::int16_t daylight_saving_offset = 0;
+    std::int16_t time_zone_offset = 0, daylight_saving_offset = 0;
     std::uint8_t time_flags = 0;
   };
 
@@ -147,8 +97,7 @@ class MdfBuilder {
   Handle metadata(std::string_view xml);
   // TX block whose data section is exactly these bytes (no terminator added).
   Handle textBytes(std::string_view bytes);
-  Handle data(std::string_view payload);        // DT
-  Handle signalData(std::string_view payload);  // SD
+  Handle data(std::string_view payload);  // DT
   // Any block: "##" + the two-letter code, links and data section as given.
   Handle block(std::string_view code, const std::vector<Handle>& links, std::string_view data_section);
   // Bytes written as they are (an unknown block, a truncated block, ...).
@@ -197,10 +146,6 @@ class MdfBuilder {
   std::vector<Entry> entries_;  // index = handle; entry 0 is kNone
   bool laid_out_ = false;
 };
-
-// The bytes as a memory stream positioned at 0, and the content of a memory stream.
-std::unique_ptr<MemoryStream> memoryStreamOf(std::string_view bytes);
-std::string contentOf(const MemoryStream& stream);
 
 // Reads little-endian fields from a byte string (for checking written files).
 std::uint64_t readU64At(const std::string& bytes, std::size_t offset);

@@ -64,6 +64,13 @@ inline std::vector<std::string> recordsOf(const DataGroupBlock& group) {
   return records;
 }
 
+// The little-endian number of `size` bytes at `at`.
+inline std::uint64_t littleEndianAt(const std::string& bytes, std::size_t at, int size) {
+  std::uint64_t value = 0;
+  for (int i = size; i > 0; --i) value = (value << 8) | static_cast<unsigned char>(bytes[at + i - 1]);
+  return value;
+}
+
 // Saved to a real file: the writer seeks over gaps it never writes, which a memory stream
 // refuses beyond its capacity.
 inline std::string savedBytes(MdfFile* file) {
