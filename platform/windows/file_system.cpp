@@ -47,15 +47,45 @@ HANDLE openForFacts(const std::wstring& path) {
                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
 }
 
+// Where the root of a path in the system's form ends: the "\" after "\\?\C:", after a
+// volume's name, or after "\\?\UNC\server\share".
+std::size_t rootEnd(const std::wstring& path) {
+  constexpr std::size_t kPrefix = 4;  // "\\?\" or "\\.\"
+  if (!path.starts_with(L"\\\\?\\UNC\\")) return path.find(L'\\', kPrefix);
+  const std::size_t server_end = path.find(L'\\', kPrefix + 4);
+  return server_end == std::wstring::npos ? server_end : path.find(L'\\', server_end + 1);
+}
+
+// Windows says "no such folder on the way" also when a name on the way is a file, where Linux
+// says "not a directory": a path through a file is an error, not a missing path. True, with
+// that reason set, when the nearest existing name on the way is no folder.
+bool goesThroughAFile(const std::wstring& path) {
+  const std::size_t root_end = rootEnd(path);
+  if (root_end == std::wstring::npos) return false;
+  std::size_t end = path.size();
+  while ((end = path.rfind(L'\\', end - 1)) != std::wstring::npos && end > root_end) {
+    const DWORD attributes = GetFileAttributesW(path.substr(0, end).c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+      if (namesNothing(GetLastError())) continue;
+      return false;
+    }
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return false;
+    SetLastError(ERROR_DIRECTORY);  // "The directory name is invalid."
+    return true;
+  }
+  return false;
+}
+
 // What a path the system's calls take names.
 bool queryWidePath(const std::wstring& path, PathFacts* facts) {
   HANDLE handle = openForFacts(path);
   if (handle == INVALID_HANDLE_VALUE) {
-    if (namesNothing(GetLastError())) {
+    const DWORD reason = GetLastError();
+    if (reason == ERROR_PATH_NOT_FOUND && goesThroughAFile(path)) return false;
+    if (namesNothing(reason)) {
       markMissing(facts);
       return true;
     }
-    const DWORD reason = GetLastError();
     if (factsOfAttributes(path, facts)) return true;
     SetLastError(reason);
     return false;

@@ -1,8 +1,12 @@
 #include "app/progress_display.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <fcntl.h>
 #include <unistd.h>
+#endif
 
 #include <string>
 #include <thread>
@@ -30,19 +34,34 @@ std::vector<std::string> splitAtRedraws(const std::string& bytes) {
 class ProgressDisplayTest : public ::testing::Test {
  protected:
   void SetUp() override {
+#ifdef _WIN32
+    file_ = CreateFileW(test::pathOf(dir_ / "screen").c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                        CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(file_, INVALID_HANDLE_VALUE);
+    screen_ = OutputHandle{reinterpret_cast<std::intptr_t>(file_)};
+#else
     fd_ = ::open((dir_ / "screen").c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
     ASSERT_GE(fd_, 0);
     screen_ = OutputHandle{fd_};  // on POSIX systems the descriptor is the handle
+#endif
     setLogThreshold(kLogVerbose);
   }
   void TearDown() override {
+#ifdef _WIN32
+    if (file_ != INVALID_HANDLE_VALUE) CloseHandle(file_);
+#else
     ::close(fd_);
+#endif
     setLogThreshold(0);
   }
   std::string screen() { return test::readFile(dir_ / "screen"); }
 
   test::TempDir dir_;
+#ifdef _WIN32
+  HANDLE file_ = INVALID_HANDLE_VALUE;
+#else
   int fd_ = -1;
+#endif
   OutputHandle screen_{-1};
 };
 

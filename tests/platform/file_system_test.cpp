@@ -257,6 +257,23 @@ TEST(PlatformFileSystem, ChangesSucceedOrSayWhyPosix) {
     EXPECT_EQ(lastSystemError(), c.error) << c.what << ": " << systemErrorText(lastSystemError());
   }
 }
+#else
+// Windows says "no such folder on the way" both when a name on the way is missing and when it
+// is a file; only the first is a missing path, the second fails as Linux's "not a directory".
+TEST(PlatformFileSystem, WindowsPathThroughAFileFailsWhereAPathThroughNothingIsMissing) {
+  TempDir dir;
+  test::writeFile(dir / "file", "x");
+  PathFacts facts;
+  for (const std::string& through : {dir / "file/x", dir / "file/x/y"}) {
+    setLastSystemError(0);
+    EXPECT_FALSE(queryPath(through.c_str(), &facts)) << through;
+    EXPECT_EQ(lastSystemError(), 267) << through;  // ERROR_DIRECTORY
+  }
+  for (const std::string& missing : {dir / "missing/x", dir / "missing/x/y"}) {
+    ASSERT_TRUE(queryPath(missing.c_str(), &facts)) << missing;
+    EXPECT_EQ(facts.type, PathType::kMissing) << missing;
+  }
+}
 #endif
 
 }  // namespace

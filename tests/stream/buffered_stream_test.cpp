@@ -104,8 +104,17 @@ TEST(BufferedStream, WholeFileBufferHoldsTheFileReadOrMapped) {
     auto buffered = BufferedStream::create(FileStream::open(path.c_str(), kFileRead), size, read_whole_limit);
     ASSERT_NE(buffered, nullptr);
     ByteView contents = buffered->contents();
-    ASSERT_TRUE(contents.inMemory());
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(contents.data), contents.size), data);
+#ifdef _WIN32
+    // Windows reads inputs instead of mapping them: a file above the limit for reading it whole
+    // is read piece by piece, through the same seeks and reads.
+    const bool held = read_whole_limit != 0;
+#else
+    const bool held = true;
+#endif
+    ASSERT_EQ(contents.inMemory(), held);
+    if (held) {
+      EXPECT_EQ(std::string(reinterpret_cast<const char*>(contents.data), contents.size), data);
+    }
 
     char buffer[8];
     EXPECT_EQ(buffered->seek(9996, kSeekSet), 9996);

@@ -63,7 +63,15 @@ TEST(DirectoryHandle, StatTellsTypesAndSizes) {
 
 TEST(DirectoryHandle, ListSortsByteWiseAndKeepsOnlyFilesAndFolders) {
   TempDir dir;
-  for (const char* name : {"b.mf4", "B.MF4", "a", "\xC3\xA9.mf4", "_x"}) test::writeFile(dir / (std::string("in/") + name), "");
+  // A capital name sorts before "_" and every small letter, and Linux keeps "B.MF4" apart from
+  // "b.mf4". Windows takes the two for one name: there the capital is another letter, which a
+  // case-blind order would put after "b.mf4".
+#ifdef _WIN32
+  const char* capital = "C.MF4";
+#else
+  const char* capital = "B.MF4";
+#endif
+  for (const char* name : {"b.mf4", capital, "a", "\xC3\xA9.mf4", "_x"}) test::writeFile(dir / (std::string("in/") + name), "");
   std::filesystem::create_directories(dir / "in/sub");
 #ifndef _WIN32
   ASSERT_EQ(mkfifo((dir / "in/pipe").c_str(), 0600), 0);  // neither file nor folder: left out
@@ -75,7 +83,7 @@ TEST(DirectoryHandle, ListSortsByteWiseAndKeepsOnlyFilesAndFolders) {
   entries[0].name = "a";
   ASSERT_TRUE(root->list("in", &entries));
   EXPECT_EQ(namesOf(entries),
-            (std::vector<std::string>{"B.MF4", "_x", "a", "b.mf4", "sub", "\xC3\xA9.mf4"}));
+            (std::vector<std::string>{capital, "_x", "a", "b.mf4", "sub", "\xC3\xA9.mf4"}));
   EXPECT_EQ(entries[2].type, kEntryOther);
   EXPECT_EQ(entries[3].type, kEntryFile);
   EXPECT_EQ(entries[4].type, kEntryDirectory);
